@@ -1,0 +1,33 @@
+# corvane_add_gtest(<target> LABELS <subsystem> [more labels...] SOURCES ... [LIBS ...] [SERIAL] [TIMEOUT s])
+#
+# One GoogleTest executable whose cases are registered individually with CTest. The first
+# label names the subsystem folder, so `ctest -L playback` runs one subsystem's tests.
+# SERIAL marks tests that must not run beside others (they start audio servers or measure
+# whole files); TIMEOUT raises CTest's per-case limit.
+include(GoogleTest)
+
+set(CORVANE_TEST_OUTPUT_DIR ${CMAKE_BINARY_DIR}/test-output CACHE PATH "Where tests leave artifacts (screenshots, logs)")
+
+function(corvane_add_gtest target)
+  cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "LABELS;SOURCES;LIBS" ${ARGN})
+  if(NOT ARG_LABELS)
+    message(FATAL_ERROR "corvane_add_gtest(${target}): LABELS must name the subsystem folder")
+  endif()
+  add_executable(${target} ${ARG_SOURCES})
+  corvane_target_defaults(${target})
+  target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_definitions(${target} PRIVATE
+    CORVANE_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+    CORVANE_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}/data"
+    CORVANE_TEST_OUTPUT_DIR="${CORVANE_TEST_OUTPUT_DIR}")
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 300)
+  endif()
+  set(props LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT}
+            ENVIRONMENT "CORVANE_TEST_OUTPUT_DIR=${CORVANE_TEST_OUTPUT_DIR}")
+  if(ARG_SERIAL)
+    list(APPEND props RUN_SERIAL TRUE)
+  endif()
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+endfunction()

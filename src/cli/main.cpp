@@ -1,0 +1,50 @@
+// corvane: Corvane's measurements, comparisons and reports for scripts.
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "cli/CliCommands.h"
+#include "cli/CliSupport.h"
+
+namespace {
+
+struct Command {
+  const char* name;
+  const char* synopsis;
+  int (*run)(const std::vector<std::string>&);
+};
+
+const Command kCommands[] = {
+    {"measure", "measure FILE [--json]      loudness, true peak, dynamics of a file",
+     corvane::cli::runMeasureCommand},
+    {"demo", "demo OUT.wav               write Corvane's demo recording",
+     corvane::cli::runDemoCommand},
+};
+
+void printUsage(std::ostream& out) {
+  out << "usage: corvane COMMAND [ARGS...]\n\ncommands:\n";
+  for (const auto& command : kCommands) out << "  " << command.synopsis << '\n';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    printUsage(std::cerr);
+    return corvane::cli::kExitUsage;
+  }
+  const std::string name = argv[1];
+  if (name == "--help" || name == "-h" || name == "help") {
+    printUsage(std::cout);
+    return corvane::cli::kExitSuccess;
+  }
+  for (const auto& command : kCommands) {
+    if (name == command.name) {
+      return command.run(std::vector<std::string>(argv + 2, argv + argc));
+    }
+  }
+  std::cerr << "corvane: unknown command '" << name << "'\n";
+  printUsage(std::cerr);
+  return corvane::cli::kExitUsage;
+}

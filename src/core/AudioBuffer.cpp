@@ -1,0 +1,59 @@
+#include "core/AudioBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+namespace corvane {
+
+AudioBuffer::AudioBuffer(int channelCount, FrameCount frameCapacity, double sampleRate, bool zeroed)
+    : _sampleRate(sampleRate), _frameCapacity(frameCapacity), _frameLength(frameCapacity) {
+  if (channelCount < 0 || frameCapacity < 0) {
+    throw std::invalid_argument("AudioBuffer: negative channel or frame count");
+  }
+  if (!(sampleRate > 0.0)) {
+    throw std::invalid_argument("AudioBuffer: sample rate must be positive");
+  }
+  _channels.reserve(static_cast<std::size_t>(channelCount));
+  _channelPointers.reserve(static_cast<std::size_t>(channelCount));
+  const auto frames = static_cast<std::size_t>(frameCapacity);
+  for (int c = 0; c < channelCount; ++c) {
+    // At least one float, so that every channel pointer is valid even for an empty buffer.
+    auto data = zeroed ? std::make_unique<float[]>(std::max<std::size_t>(frames, 1))
+                       : std::make_unique_for_overwrite<float[]>(std::max<std::size_t>(frames, 1));
+    _channelPointers.push_back(data.get());
+    _channels.push_back(std::move(data));
+  }
+}
+
+std::shared_ptr<AudioBuffer> AudioBuffer::create(int channelCount, FrameCount frameCapacity,
+                                                 double sampleRate) {
+  return std::shared_ptr<AudioBuffer>(new AudioBuffer(channelCount, frameCapacity, sampleRate, false));
+}
+
+std::shared_ptr<AudioBuffer> AudioBuffer::createZeroed(int channelCount, FrameCount frameCapacity,
+                                                       double sampleRate) {
+  return std::shared_ptr<AudioBuffer>(new AudioBuffer(channelCount, frameCapacity, sampleRate, true));
+}
+
+void AudioBuffer::setFrameLength(FrameCount frames) {
+  _frameLength = std::clamp<FrameCount>(frames, 0, _frameCapacity);
+}
+
+void AudioBuffer::setChannelPositions(std::vector<ChannelPosition> positions) {
+  if (!positions.empty() && positions.size() != _channels.size()) {
+    throw std::invalid_argument("AudioBuffer: one position per channel");
+  }
+  _positions = std::move(positions);
+}
+
+std::shared_ptr<AudioBuffer> AudioBuffer::clone() const {
+  auto copy = create(channelCount(), _frameLength, _sampleRate);
+  for (int c = 0; c < channelCount(); ++c) {
+    std::memcpy(copy->channel(c), channel(c), static_cast<std::size_t>(_frameLength) * sizeof(float));
+  }
+  copy->_positions = _positions;
+  return copy;
+}
+
+}  // namespace corvane
