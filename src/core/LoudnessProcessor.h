@@ -79,12 +79,11 @@
 //     already read as reset.
 //   * Owner thread (the feeding thread, or any thread while nothing feeds): construction,
 //     setOfflineFeed, blockHistory, speechHistory.
-// Allocation: construction allocates everything live use needs (a few hundred kB of
+// Allocation: construction allocates everything live use needs (about 1 MB, mostly gating
 // histograms). With offlineFeed true, process() appends to the block history and so may
 // allocate; that is the only difference between the two uses.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
