@@ -9,7 +9,6 @@
 
 #include "TestSignals.h"
 #include "core/DRProcessor.h"
-#include "core/ProgrammeSignal.h"
 
 namespace corvane::test {
 namespace {
@@ -79,9 +78,7 @@ TEST(DRProcessor, SineSilenceAndNothing) {
 TEST(DRProcessor, AgreesWithFfmpegDrmeterOnProgrammeMaterial) {
   // 60 s: twenty whole blocks, so ffmpeg's "0.2 × blocks" is a whole number and its top-20 %
   // sum means what the algorithm means.
-  const SharedAudioBuffer programme = synthesiseProgramme({kRate, 2, 60.0, 8});
-  Planar signal(kRate, 2);
-  for (int c = 0; c < 2; ++c) signal.channels[static_cast<std::size_t>(c)].assign(programme->channel(c), programme->channel(c) + programme->frameLength());
+  const Planar signal = programme(kRate, 2, 60.0, 8);
   TemporaryDirectory dir;
   const std::string path = dir.file("programme.wav");
   writeWav(path, signal);

@@ -24,7 +24,6 @@
 
 #include "TestSignals.h"
 #include "core/ChannelOrder.h"
-#include "core/ProgrammeSignal.h"
 
 namespace corvane::test {
 namespace {
@@ -79,20 +78,11 @@ TEST_P(LoudnessAgreement, FivePointOneBandLimitedNoise) {
 }
 
 TEST_P(LoudnessAgreement, StereoProgrammeMaterial) {
-  const SharedAudioBuffer programme = synthesiseProgramme({GetParam(), 2, 30.0, 3});
-  Planar signal(GetParam(), 2);
-  for (int c = 0; c < 2; ++c) {
-    signal.channels[static_cast<std::size_t>(c)].assign(programme->channel(c), programme->channel(c) + programme->frameLength());
-  }
-  expectAgreement(signal, {}, {});
+  expectAgreement(programme(GetParam(), 2, 30.0, 3), {}, {});
 }
 
 TEST_P(LoudnessAgreement, FivePointOneProgrammeMaterial) {
-  const SharedAudioBuffer programme = synthesiseProgramme({GetParam(), 6, 20.0, 5});
-  Planar signal(GetParam(), 6);
-  for (int c = 0; c < 6; ++c) {
-    signal.channels[static_cast<std::size_t>(c)].assign(programme->channel(c), programme->channel(c) + programme->frameLength());
-  }
+  const Planar signal = programme(GetParam(), 6, 20.0, 5);
   const std::vector<int> map = {EBUR128_LEFT, EBUR128_RIGHT, EBUR128_CENTER, EBUR128_UNUSED,
                                 EBUR128_LEFT_SURROUND, EBUR128_RIGHT_SURROUND};
   expectAgreement(signal, ChannelOrder::bs1770Weights({}, 6), map);

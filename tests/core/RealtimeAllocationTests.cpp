@@ -12,7 +12,6 @@
 #include "core/FFTProcessor.h"
 #include "core/HilbertPhaseShifter.h"
 #include "core/LoudnessProcessor.h"
-#include "core/ProgrammeSignal.h"
 #include "core/TruePeakLimiterDSP.h"
 
 namespace {
@@ -94,16 +93,9 @@ class Armed {
   long count() const { return allocations.load(); }
 };
 
-Planar programme(double seconds) {
-  const SharedAudioBuffer b = synthesiseProgramme({48000.0, 2, seconds, 21});
-  Planar p(48000.0, 2);
-  for (int c = 0; c < 2; ++c) p.channels[static_cast<std::size_t>(c)].assign(b->channel(c), b->channel(c) + b->frameLength());
-  return p;
-}
-
 TEST(RealtimeAllocation, CounterSeesAllocations) {
   // The positive control: the offline processor grows its history, and the counter notices.
-  const Planar audio = programme(3.0);
+  const Planar audio = programme(48000.0, 2, 3.0, 21);
   LoudnessProcessor offline(48000.0, 2);
   offline.setOfflineFeed(true);
   const Armed armedScope;
@@ -112,7 +104,7 @@ TEST(RealtimeAllocation, CounterSeesAllocations) {
 }
 
 TEST(RealtimeAllocation, LiveLoudnessFeedAllocatesNothing) {
-  const Planar audio = programme(20.0);
+  const Planar audio = programme(48000.0, 2, 20.0, 21);
   auto historyA = std::make_shared<SpeechHistory>(2000, true);
   auto historyB = std::make_shared<SpeechHistory>(3000, false);
   LoudnessProcessor live(48000.0, 2, historyA);
@@ -147,7 +139,7 @@ TEST(RealtimeAllocation, LiveLoudnessFeedAllocatesNothing) {
 }
 
 TEST(RealtimeAllocation, LimiterHilbertAndFFTAllocateNothing) {
-  Planar audio = programme(10.0);
+  Planar audio = programme(48000.0, 2, 10.0, 21);
   for (auto& ch : audio.channels) {
     for (float& v : ch) v *= 3.0f;  // hot enough to limit
   }

@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "core/ProgrammeSignal.h"
+
 namespace corvane::test {
 namespace {
 
@@ -122,6 +124,15 @@ Planar toneSequence(double rate, const std::vector<std::pair<double, double>>& s
       const auto v = static_cast<float>(amplitude * osc.next());
       for (auto& ch : p.channels) ch[static_cast<std::size_t>(at)] = v;
     }
+  }
+  return p;
+}
+
+Planar programme(double rate, int channelCount, double seconds, std::uint64_t seed) {
+  const SharedAudioBuffer b = synthesiseProgramme({rate, channelCount, seconds, seed});
+  Planar p(rate, channelCount);
+  for (int c = 0; c < channelCount; ++c) {
+    p.channels[static_cast<std::size_t>(c)].assign(b->channel(c), b->channel(c) + b->frameLength());
   }
   return p;
 }

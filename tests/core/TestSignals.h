@@ -64,6 +64,9 @@ void taper(Planar& signal, double seconds);
 Planar toneSequence(double rate, const std::vector<std::pair<double, double>>& segments,
                     double frequencyHz = 1000.0, int channelCount = 2);
 
+// Programme-like material (ProgrammeSignal) as a Planar signal.
+Planar programme(double rate, int channelCount, double seconds, std::uint64_t seed);
+
 // Band-limited noise: white noise (seeded, deterministic) through a 6th-order low pass at
 // `cutoffHz`, each channel independent, scaled to `rmsDB` dBFS, with a slow level movement of
 // ±`swingDB` so loudness range has something to measure.

@@ -8,7 +8,6 @@
 
 #include "TestSignals.h"
 #include "core/LoudnessProcessor.h"
-#include "core/ProgrammeSignal.h"
 #include "core/TruePeakLimiterDSP.h"
 
 namespace corvane::test {
@@ -36,10 +35,9 @@ Planar worstCase(double rate) {
     p.append(sine(rate, 2, 0.005, 12000.0 - 500.0 * b, 3.0, 0.3 * b));
     p.append(silence(rate, 2, 0.05));
   }
-  const SharedAudioBuffer hot = synthesiseProgramme({rate, 2, 5.0, 12});
-  Planar music(rate, 2);
-  for (int c = 0; c < 2; ++c) {
-    for (FrameCount i = 0; i < hot->frameLength(); ++i) music.channels[static_cast<std::size_t>(c)].push_back(hot->channel(c)[i] * 4.0f);
+  Planar music = programme(rate, 2, 5.0, 12);
+  for (auto& ch : music.channels) {
+    for (float& v : ch) v *= 4.0f;
   }
   p.append(music);
   p.append(silence(rate, 2, 0.1));  // let the delay line empty
