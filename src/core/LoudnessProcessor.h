@@ -69,9 +69,10 @@
 //     called by one thread at a time (the render thread in live use, the task in offline use;
 //     a later feeder must be ordered after the former, e.g. by stopping the audio stream).
 //     Live (offlineFeed false): they never allocate, lock, block or throw.
-//   * Any thread: the read-outs below marked "published" are atomics written once per
-//     completed block (per chunk for the peaks); a reader never sees a torn value and never
-//     blocks the feeder. Different read-outs may come from neighbouring blocks.
+//   * Any thread: the read-outs below marked "published" are atomics written as they change
+//     (momentary per 10 ms step, the gated figures per block, the peaks per chunk); a reader
+//     never sees a torn value and never blocks the feeder. Different read-outs may come from
+//     neighbouring blocks.
 //   * Any thread: reset, resetState and setBlockIndex are requests, stored atomically and
 //     honoured by the feeding thread at the start of its next feeding call, in the order
 //     reset/resetState first, then the block index. The most recent block index requested
