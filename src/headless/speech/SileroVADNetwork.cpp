@@ -190,8 +190,10 @@ SileroVADNetwork::SileroVADNetwork(const SileroVADBranch& branch)
 
 SileroVADNetwork::~SileroVADNetwork() = default;
 
-std::unique_ptr<SileroVADNetwork::Workspace> SileroVADNetwork::makeWorkspace() const {
-  return std::make_unique<Workspace>(*this);
+void SileroVADNetwork::WorkspaceDeleter::operator()(Workspace* workspace) const { delete workspace; }
+
+SileroVADNetwork::WorkspacePointer SileroVADNetwork::makeWorkspace() const {
+  return WorkspacePointer(new Workspace(*this));
 }
 
 void SileroVADNetwork::encode(const float* samples, std::int64_t windowCount, float* gates,

@@ -45,7 +45,11 @@ class SileroVADNetwork {
 
   // Scratch memory of encode(), one per thread. Allocates on first use.
   class Workspace;
-  std::unique_ptr<Workspace> makeWorkspace() const;
+  struct WorkspaceDeleter {
+    void operator()(Workspace* workspace) const;
+  };
+  using WorkspacePointer = std::unique_ptr<Workspace, WorkspaceDeleter>;
+  WorkspacePointer makeWorkspace() const;
 
   // LSTM input pre-activations (W_ih·x + b_ih + b_hh, kGates floats per window) of
   // `windowCount` windows. `samples` holds contextSamples() + windowCount × windowSamples()
