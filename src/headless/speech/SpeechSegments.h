@@ -36,10 +36,11 @@ inline constexpr double kSpeechPaddingSec = 0.03;
 // Silero's hysteresis over one probability per window of `windowSamples` at `sampleRate`:
 // speech starts at the first window at or above the threshold; a window below the lower
 // threshold max(threshold − 0.15, 0.01) marks a possible end, which a window back at the
-// threshold cancels; once the possible end lies minSilenceDurationSec behind the current
-// window the segment ends there. Segments not longer than minSpeechDurationSec are dropped;
-// speech still open at the end closes at `totalSamples`. Then the padding above, clamped to
-// 0 ... totalSamples. `paddingSec` 0 turns the padding off.
+// threshold cancels; when a window below the lower threshold lies minSilenceDurationSec or
+// more after the possible end, the segment ends at the possible end. Segments not longer
+// than minSpeechDurationSec are dropped; speech still open at the end closes at
+// `totalSamples`. Then the padding above, clamped to 0 ... totalSamples. `paddingSec` 0 turns
+// the padding off.
 std::vector<SpeechSegment> detectSpeechSegments(std::span<const float> probabilities, int windowSamples,
                                                 int sampleRate, std::int64_t totalSamples,
                                                 const SileroVADTuning& tuning,
