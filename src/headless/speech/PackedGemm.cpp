@@ -7,7 +7,9 @@
 
 // The kernel is written with GCC vector types and built once per instruction set; the
 // loader picks the best clone for the machine at start (the Debian baseline has no FMA).
-#if defined(__x86_64__) && !defined(__clang__)
+// Not under sanitizers: an ifunc resolver runs while the program is relocated, before the
+// sanitizer's runtime is up, and its instrumented code crashes there.
+#if defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define CORVANE_GEMM_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define CORVANE_GEMM_CLONES

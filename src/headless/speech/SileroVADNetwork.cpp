@@ -9,7 +9,9 @@
 #include <mutex>
 #include <thread>
 
-#if defined(__x86_64__) && !defined(__clang__)
+// Not under sanitizers: an ifunc resolver runs while the program is relocated, before the
+// sanitizer's runtime is up, and its instrumented code crashes there.
+#if defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define CORVANE_VAD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define CORVANE_VAD_CLONES
