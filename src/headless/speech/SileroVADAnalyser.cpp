@@ -140,8 +140,9 @@ SileroVADAnalyser::Probabilities SileroVADAnalyser::run(const MixReader& readMix
     throw std::invalid_argument("Speech detection needs a positive sample rate.");
   }
   Probabilities result;
-  if (sampleRate == 8000 || sampleRate == kNetworkRate) {
-    const SileroVADNetwork& network = sampleRate == 8000 ? *_network8k : *_network16k;
+  const bool eightKilohertzBranch = sampleRate == 8000 && _useEightKilohertzBranch;
+  if (eightKilohertzBranch || sampleRate == kNetworkRate) {
+    const SileroVADNetwork& network = eightKilohertzBranch ? *_network8k : *_network16k;
     result.detectorRate = network.sampleRate();
     result.windowSamples = network.windowSamples();
     result.detectorSamples = frames;

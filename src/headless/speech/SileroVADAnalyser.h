@@ -3,11 +3,15 @@
 // One Boolean per 0.1 s block of the source, speechBlockCount(frames, rate) of them, the same
 // count as the loudness processor's blocks, true where someone speaks. The road:
 //   mono mix (each channel × 1 / channel count)
-//   → 16 kHz through libsoxr (8 kHz sources go to the network's 8 kHz branch unchanged,
-//     16 kHz sources unchanged)
+//   → 16 kHz through libsoxr (16 kHz sources unchanged)
 //   → one speech probability per window (SileroVADNetwork, all cores)
 //   → Silero's hysteresis with the tuning, 30 ms padding, no maximum speech length
 //   → blocks (detectSpeechSegments, speechHistoryFromSegments; SpeechSegments.h says why).
+// 8 kHz sources are upsampled to the 16 kHz branch too, not given to the model's own 8 kHz
+// branch: one network for every rate keeps a recording's history the same whatever its rate,
+// and on loud pink noise at 8 kHz the 8 kHz branch reached 0.54 where the 16 kHz branch on the
+// same audio stayed at 0.32 (below the 0.35 that ends speech). setUseEightKilohertzBranch()
+// chooses the 8 kHz branch for 8 kHz sources (telephone recordings, where it was trained).
 //
 // Without a usable model file the detector is unavailable: every call gives no history, and
 // errorText() tells why in words for the user. The rest of the program works on without
@@ -76,7 +80,11 @@ class SileroVADAnalyser {
   Probabilities probabilities(std::span<const float> monoMix, double sampleRate) const;
 
   // Threads of one detection; 0 (the default) means one per core. Results do not depend on it.
+  // Set it before detections start, not while one runs.
   void setThreadCount(int threads) { _threadCount = threads; }
+  // Whether 8 kHz sources go to the model's 8 kHz branch (see above); false by default. Set it
+  // before detections start.
+  void setUseEightKilohertzBranch(bool use) { _useEightKilohertzBranch = use; }
 
  private:
   using MixReader = std::function<std::int64_t(float* out, std::int64_t count)>;
@@ -89,6 +97,7 @@ class SileroVADAnalyser {
   std::unique_ptr<SileroVADNetwork> _network8k;
   std::string _errorText;
   int _threadCount = 0;
+  bool _useEightKilohertzBranch = false;
 };
 
 }  // namespace corvane

@@ -6,6 +6,7 @@
 
 #include "SpeechScene.h"
 #include "headless/speech/SileroVADAnalyser.h"
+#include "headless/speech/SileroVADNetwork.h"
 #include "headless/speech/SpeechSegments.h"
 
 namespace corvane {
@@ -54,9 +55,21 @@ class SpeechDetection : public ::testing::Test {
     otherRight = static_cast<double>(otherHits) / otherBlocks;
   }
 
+  // The blocks that touch `span`.
   static std::vector<bool> blocksOf(const std::vector<bool>& history, const test::SpeechScene::Span& span) {
     const FrameCount block = speechBlockFrames(test::SpeechScene::kRate);
     return {history.begin() + span.start / block, history.begin() + (span.end + block - 1) / block};
+  }
+  // The blocks wholly inside `span`.
+  static std::vector<bool> blocksWithin(const std::vector<bool>& history, const test::SpeechScene::Span& span) {
+    const FrameCount block = speechBlockFrames(test::SpeechScene::kRate);
+    return {history.begin() + (span.start + block - 1) / block, history.begin() + span.end / block};
+  }
+
+  static std::string text(const std::vector<bool>& history) {
+    std::string s;
+    for (const bool b : history) s += b ? '1' : '0';
+    return s;
   }
 
   static test::TemporaryFolder* folder;
@@ -99,13 +112,14 @@ TEST_F(SpeechDetection, MinimumSilenceMergesOrSplitsNeighbouringPhrases) {
   SileroVADTuning patient;
   patient.minSilenceDurationSec = 1.0;
   const auto merged = analyser->detectSpeech(*scene->audio, patient);
-  for (const bool b : blocksOf(merged, pause)) EXPECT_TRUE(b);
+  ASSERT_EQ(blocksWithin(merged, pause).size(), 2u);
+  for (const bool b : blocksWithin(merged, pause)) EXPECT_TRUE(b);
 
   SileroVADTuning quick;
   quick.minSilenceDurationSec = 0.1;
   const auto split = analyser->detectSpeech(*scene->audio, quick);
   int speechInPause = 0;
-  for (const bool b : blocksOf(split, pause)) speechInPause += b;
+  for (const bool b : blocksWithin(split, pause)) speechInPause += b;
   EXPECT_EQ(speechInPause, 0);
 }
 
@@ -133,7 +147,8 @@ TEST_F(SpeechDetection, EveryRateAndLayoutGivesTheSameHistoryOfTheRightLength) {
       ASSERT_EQ(static_cast<std::int64_t>(history.size()), expected);
       int same = 0;
       for (std::size_t b = 0; b < history.size(); ++b) same += history[b] == reference[b];
-      EXPECT_GE(same, static_cast<int>(history.size()) - 3) << "blocks that differ from the 48 kHz history";
+      EXPECT_GE(same, static_cast<int>(history.size()) - 3)
+          << "blocks that differ from the 48 kHz history:\n" << text(history) << "\n" << text(reference);
 
       auto silent = AudioBuffer::createZeroed(channels, buffer->frameLength(), rate);
       const auto quiet = analyser->detectSpeech(*silent, {});
@@ -157,6 +172,31 @@ TEST_F(SpeechDetection, EmptyAndTinyInputs) {
   EXPECT_EQ(analyser->detectSpeech(one, 44100, {}).size(), 1u);
   EXPECT_THROW(analyser->detectSpeech(one, 0, {}), std::invalid_argument);
   EXPECT_FALSE(analyser->speechHistory(one, -1, {}).has_value());
+}
+
+TEST(SileroVADAnalyser, EightKilohertzSourcesGoToTheBranchChosen) {
+  const auto model = test::installedModel();
+  ASSERT_TRUE(model);
+  const auto samples = test::readWav(std::filesystem::path(CORVANE_TEST_DATA_DIR) / "speech-8k.wav").interleaved;
+  SileroVADAnalyser analyser(model);
+  const auto upsampled = analyser.probabilities(samples, 8000);
+  EXPECT_EQ(upsampled.detectorRate, 16000);
+  EXPECT_EQ(upsampled.detectorSamples, 2 * static_cast<std::int64_t>(samples.size()));
+  EXPECT_EQ(upsampled.values.size(), (2 * samples.size() + 511) / 512);
+
+  analyser.setUseEightKilohertzBranch(true);
+  const auto native = analyser.probabilities(samples, 8000);
+  EXPECT_EQ(native.detectorRate, 8000);
+  EXPECT_EQ(native.windowSamples, 256);
+  EXPECT_EQ(native.values, SileroVADNetwork(model->branch8k()).probabilities(samples));
+  // Either way the history has the source's block count, and the phrase is found by both.
+  const auto a = analyser.detectSpeech(samples, 8000, {});
+  analyser.setUseEightKilohertzBranch(false);
+  const auto b = analyser.detectSpeech(samples, 8000, {});
+  ASSERT_EQ(a.size(), 31u);
+  ASSERT_EQ(b.size(), 31u);
+  EXPECT_GE(std::count(a.begin(), a.end(), true), 20);
+  EXPECT_GE(std::count(b.begin(), b.end(), true), 20);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ std::vector<float> phrase(const std::filesystem::path& folder, const std::string
   run("espeak-ng -v " + voice + " -s 160 -w " + quoted(raw) + " '" + text + "'");
   // Cut the synthesiser's own silence, so the phrase's span is where it sounds.
   run("sox " + quoted(raw) + " -b 32 -e float " + quoted(out) +
-      " silence 1 0.005 -45d reverse silence 1 0.005 -45d reverse rate -v 48000 norm -8");
+      " silence 1 0.005 -45d reverse silence 1 0.005 -45d reverse rate -v 48000 norm -12");
   return monoOf(readWav(out));
 }
 
@@ -45,7 +45,7 @@ SpeechScene SpeechScene::build(const std::filesystem::path& folder) {
   silence(1.0);
   scene.phrases.push_back(place(phrase(folder, "a", "The quick brown fox jumps over the lazy dog", "en-us")));
   silence(0.8);
-  scene.noise = place(synth(folder, "noise", "synth 1.5 pinknoise vol 0.5"));
+  scene.noise = place(synth(folder, "noise", "synth 2.5 pinknoise vol 0.8"));
   silence(0.8);
   scene.phrases.push_back(place(phrase(folder, "b", "Please measure the dialogue level before delivery", "en")));
   silence(1.0);
@@ -62,7 +62,7 @@ SpeechScene SpeechScene::build(const std::filesystem::path& folder) {
   silence(0.5);
   scene.phrases.push_back(place(phrase(folder, "d", "and rolled slowly down the hill", "en-us")));
   silence(0.8);
-  scene.chord = place(synth(folder, "chord", "synth 1.5 sine 220 sine 277.2 sine 329.6 sine 440 tremolo 4 30 vol 0.35"));
+  scene.chord = place(synth(folder, "chord", "synth 2.5 sine 220 sine 277.2 sine 329.6 sine 440 tremolo 4 30 vol 0.45"));
   silence(0.7);
 
   scene.audio = AudioBuffer::create(2, static_cast<FrameCount>(mono.size()), kRate);
