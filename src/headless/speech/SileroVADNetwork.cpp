@@ -7,6 +7,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 // Not under sanitizers: an ifunc resolver runs while the program is relocated, before the
@@ -259,113 +260,102 @@ std::vector<float> SileroVADNetwork::probabilities(std::span<const float> sample
 // a few segments are in flight, so memory stays bounded on hours of audio.
 std::vector<float> SileroVADNetwork::probabilities(const SampleSource& source, int threadCount) const {
   if (threadCount <= 0) threadCount = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  const int segmentWindows = std::max(1, _segmentWindows);
-  const std::int64_t segmentSamples = static_cast<std::int64_t>(segmentWindows) * _windowSamples;
+  const std::int64_t segmentSamples = static_cast<std::int64_t>(std::max(1, _segmentWindows)) * _windowSamples;
 
   struct Segment {
-    std::int64_t index = 0;
     std::int64_t windows = 0;
     std::vector<float> samples;  // context, then the windows (zero beyond the signal's end)
     std::vector<float> gates;
     bool encoded = false;
   };
 
+  // Shared state, under `mutex`. The reading stage alone touches `context`, the recurrent
+  // stage alone `state` and `result`; the flags hand each stage to one thread at a time.
   std::mutex mutex;
   std::condition_variable changed;
-  std::deque<std::unique_ptr<Segment>> inFlight;  // in order of index
+  std::deque<std::unique_ptr<Segment>> inFlight;  // in signal order
   std::vector<float> context(static_cast<std::size_t>(_contextSamples), 0.0f);
   std::vector<float> result;
   State state;
   bool reading = false, recurring = false, sourceEnded = false;
-  std::int64_t nextIndex = 0;
   std::exception_ptr failure;
   const std::size_t maxInFlight = static_cast<std::size_t>(threadCount) + 1;
 
+  // Reads the next segment: the previous segment's last samples as context, then the signal.
+  auto read = [&](Segment& segment) {
+    segment.samples.assign(static_cast<std::size_t>(_contextSamples + segmentSamples), 0.0f);
+    std::copy(context.begin(), context.end(), segment.samples.begin());
+    float* out = segment.samples.data() + _contextSamples;
+    std::int64_t got = 0;
+    while (got < segmentSamples) {
+      const std::int64_t n = source(out + got, segmentSamples - got);
+      if (n <= 0) break;
+      got += n;
+    }
+    std::copy_n(segment.samples.end() - _contextSamples, _contextSamples, context.begin());
+    segment.windows = (got + _windowSamples - 1) / _windowSamples;
+    return got;
+  };
+
   auto worker = [&] {
-    auto workspace = makeWorkspace();
-    std::unique_lock lock(mutex);
-    for (;;) {
-      if (failure) return;
-      if (!recurring && !inFlight.empty() && inFlight.front()->encoded) {
-        recurring = true;
-        std::unique_ptr<Segment> segment = std::move(inFlight.front());
-        inFlight.pop_front();
-        lock.unlock();
-        try {
+    std::unique_lock lock(mutex, std::defer_lock);
+    try {
+      auto workspace = makeWorkspace();
+      lock.lock();
+      for (;;) {
+        if (failure) return;
+        if (!recurring && !inFlight.empty() && inFlight.front()->encoded) {
+          recurring = true;
+          std::unique_ptr<Segment> segment = std::move(inFlight.front());
+          inFlight.pop_front();
+          lock.unlock();
           const std::size_t offset = result.size();
           result.resize(offset + static_cast<std::size_t>(segment->windows));
           recur(segment->gates.data(), segment->windows, state, result.data() + offset);
-        } catch (...) {
+          segment.reset();
           lock.lock();
-          failure = std::current_exception();
+          recurring = false;
           changed.notify_all();
-          return;
-        }
-        segment.reset();
-        lock.lock();
-        recurring = false;
-        changed.notify_all();
-        continue;
-      }
-      if (!reading && !sourceEnded && inFlight.size() < maxInFlight) {
-        reading = true;
-        auto segment = std::make_unique<Segment>();
-        segment->index = nextIndex++;
-        lock.unlock();
-        std::int64_t got = 0;
-        try {
-          segment->samples.resize(static_cast<std::size_t>(_contextSamples + segmentSamples), 0.0f);
-          std::copy(context.begin(), context.end(), segment->samples.begin());
-          float* out = segment->samples.data() + _contextSamples;
-          while (got < segmentSamples) {
-            const std::int64_t n = source(out + got, segmentSamples - got);
-            if (n <= 0) break;
-            got += n;
-          }
-          std::copy_n(segment->samples.end() - _contextSamples, _contextSamples, context.begin());
-        } catch (...) {
+        } else if (!reading && !sourceEnded && inFlight.size() < maxInFlight) {
+          reading = true;
+          auto segment = std::make_unique<Segment>();
+          lock.unlock();
+          const std::int64_t got = read(*segment);
           lock.lock();
-          failure = std::current_exception();
+          reading = false;
+          if (got < segmentSamples) sourceEnded = true;
           changed.notify_all();
-          return;
-        }
-        segment->windows = (got + _windowSamples - 1) / _windowSamples;
-        lock.lock();
-        reading = false;
-        if (got < segmentSamples) sourceEnded = true;
-        if (segment->windows == 0) {
-          changed.notify_all();
-          continue;
-        }
-        Segment* raw = segment.get();
-        inFlight.push_back(std::move(segment));
-        changed.notify_all();
-        lock.unlock();
-        try {
+          if (segment->windows == 0) continue;
+          Segment* raw = segment.get();
+          inFlight.push_back(std::move(segment));
+          lock.unlock();
           raw->gates.resize(static_cast<std::size_t>(raw->windows) * kGates);
           encode(raw->samples.data(), raw->windows, raw->gates.data(), *workspace);
           raw->samples = {};
-        } catch (...) {
           lock.lock();
-          failure = std::current_exception();
+          raw->encoded = true;
+          changed.notify_all();
+        } else if (sourceEnded && !reading && !recurring && inFlight.empty()) {
           changed.notify_all();
           return;
+        } else {
+          changed.wait(lock);
         }
-        lock.lock();
-        raw->encoded = true;
-        changed.notify_all();
-        continue;
       }
-      if (sourceEnded && !reading && !recurring && inFlight.empty()) {
-        changed.notify_all();
-        return;
-      }
-      changed.wait(lock);
+    } catch (...) {
+      // Stops every thread at its next look at the state; the caller rethrows.
+      if (!lock.owns_lock()) lock.lock();
+      if (!failure) failure = std::current_exception();
+      changed.notify_all();
     }
   };
 
   std::vector<std::thread> helpers;
-  for (int i = 1; i < threadCount; ++i) helpers.emplace_back(worker);
+  try {
+    for (int i = 1; i < threadCount; ++i) helpers.emplace_back(worker);
+  } catch (const std::system_error&) {
+    // No more threads to be had: the ones that started do the work.
+  }
   worker();
   for (auto& helper : helpers) helper.join();
   if (failure) std::rethrow_exception(failure);

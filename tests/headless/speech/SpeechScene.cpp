@@ -5,8 +5,6 @@
 namespace corvane::test {
 namespace {
 
-constexpr int kRate = 48000;
-
 std::vector<float> monoOf(const WavFile& wav) {
   std::vector<float> mono(static_cast<std::size_t>(wav.frames()));
   for (std::int64_t i = 0; i < wav.frames(); ++i) mono[static_cast<std::size_t>(i)] = wav.interleaved[static_cast<std::size_t>(i * wav.channels)];
