@@ -4,6 +4,7 @@
 #include <cmath>
 #include <random>
 
+#include "headless/speech/SpeechRanges.h"
 #include "headless/speech/SpeechSegments.h"
 
 namespace corvane {
@@ -51,18 +52,11 @@ std::vector<bool> DialogueRegion::toHistory(std::span<const DialogueRegion> regi
 
 std::vector<DialogueRegion> DialogueRegion::fromHistory(const std::vector<bool>& history, double blockDuration) {
   std::vector<DialogueRegion> regions;
-  std::size_t i = 0;
-  while (i < history.size()) {
-    if (!history[i]) {
-      ++i;
-      continue;
-    }
-    const std::size_t first = i;
-    while (i < history.size() && history[i]) ++i;
+  for (const SpeechRun& run : speechRuns(history)) {
     DialogueRegion region;
     region.id = makeID();
-    region.start = static_cast<double>(first) * blockDuration;
-    region.end = static_cast<double>(i) * blockDuration;
+    region.start = static_cast<double>(run.first) * blockDuration;
+    region.end = static_cast<double>(run.end) * blockDuration;
     regions.push_back(std::move(region));
   }
   return regions;

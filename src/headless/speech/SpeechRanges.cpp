@@ -1,36 +1,37 @@
 #include "headless/speech/SpeechRanges.h"
 
-#include <cstddef>
-
 namespace corvane {
 
-std::vector<SpeechRange> computeSpeechRanges(const std::vector<bool>& speechHistory, double selectionStart,
-                                             double blockDuration) {
-  constexpr std::size_t kLongestFilledPause = 3;
-  std::vector<bool> filled = speechHistory;
-  std::size_t lastSpeech = filled.size();  // none yet
-  for (std::size_t i = 0; i < filled.size(); ++i) {
-    if (!filled[i]) continue;
-    if (lastSpeech != filled.size()) {
-      const std::size_t pause = i - lastSpeech - 1;
-      if (pause >= 1 && pause <= kLongestFilledPause) {
-        for (std::size_t j = lastSpeech + 1; j < i; ++j) filled[j] = true;
-      }
-    }
-    lastSpeech = i;
-  }
-
-  std::vector<SpeechRange> ranges;
-  const auto timeOf = [&](std::size_t block) { return selectionStart + blockDuration * static_cast<double>(block); };
+std::vector<SpeechRun> speechRuns(const std::vector<bool>& history) {
+  std::vector<SpeechRun> runs;
   std::size_t i = 0;
-  while (i < filled.size()) {
-    if (!filled[i]) {
+  while (i < history.size()) {
+    if (!history[i]) {
       ++i;
       continue;
     }
     const std::size_t first = i;
-    while (i < filled.size() && filled[i]) ++i;
-    ranges.push_back({timeOf(first), timeOf(i)});
+    while (i < history.size() && history[i]) ++i;
+    runs.push_back({first, i});
+  }
+  return runs;
+}
+
+std::vector<SpeechRange> computeSpeechRanges(const std::vector<bool>& speechHistory, double selectionStart,
+                                             double blockDuration) {
+  constexpr std::size_t kLongestFilledPause = 3;
+  std::vector<SpeechRange> ranges;
+  std::size_t lastEnd = 0;
+  for (const SpeechRun& run : speechRuns(speechHistory)) {
+    const double start = selectionStart + blockDuration * static_cast<double>(run.first);
+    const double end = selectionStart + blockDuration * static_cast<double>(run.end);
+    // Runs are separated by at least one block; a short pause joins this run to the last.
+    if (!ranges.empty() && run.first - lastEnd <= kLongestFilledPause) {
+      ranges.back().endSec = end;
+    } else {
+      ranges.push_back({start, end});
+    }
+    lastEnd = run.end;
   }
   return ranges;
 }

@@ -4,6 +4,7 @@
 // Thread class: pure function, any thread.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 namespace corvane {
@@ -14,6 +15,15 @@ struct SpeechRange {
   double endSec = 0;
   bool operator==(const SpeechRange&) const = default;
 };
+
+// A run of speech blocks: the half-open block range [first, end).
+struct SpeechRun {
+  std::size_t first = 0;
+  std::size_t end = 0;
+};
+
+// The runs of true entries of a history, in order.
+std::vector<SpeechRun> speechRuns(const std::vector<bool>& history);
 
 // Block i of `speechHistory` lies at selectionStart + blockDuration × i. Pauses of one to three
 // false blocks between two runs of speech count as speech (at 0.1 s blocks: up to 0.3 s, the
