@@ -34,9 +34,9 @@ std::string DialogueRegion::makeID() {
   return text;
 }
 
-std::vector<bool> DialogueRegion::toHistory(std::span<const DialogueRegion> regions, std::int64_t totalBlocks,
+SpeechHistory DialogueRegion::toHistory(std::span<const DialogueRegion> regions, std::int64_t totalBlocks,
                                             double blockDuration) {
-  std::vector<bool> history(static_cast<std::size_t>(std::max<std::int64_t>(totalBlocks, 0)), false);
+  SpeechHistory history(static_cast<std::size_t>(std::max<std::int64_t>(totalBlocks, 0)), false);
   const std::int64_t block = microseconds(blockDuration);
   if (block <= 0) return history;
   for (const DialogueRegion& region : regions) {
@@ -50,7 +50,7 @@ std::vector<bool> DialogueRegion::toHistory(std::span<const DialogueRegion> regi
   return history;
 }
 
-std::vector<DialogueRegion> DialogueRegion::fromHistory(const std::vector<bool>& history, double blockDuration) {
+std::vector<DialogueRegion> DialogueRegion::fromHistory(const SpeechHistory& history, double blockDuration) {
   std::vector<DialogueRegion> regions;
   for (const SpeechRun& run : speechRuns(history)) {
     DialogueRegion region;
@@ -62,11 +62,11 @@ std::vector<DialogueRegion> DialogueRegion::fromHistory(const std::vector<bool>&
   return regions;
 }
 
-std::vector<bool> DialogueRegion::sliceHistory(const std::vector<bool>& history, FrameCount startFrame,
+SpeechHistory DialogueRegion::sliceHistory(const SpeechHistory& history, FrameCount startFrame,
                                                FrameCount frameCount, double sampleRate, double blockDuration) {
   const FrameCount block = speechBlockFrames(sampleRate, blockDuration);
   const std::int64_t count = frameCount > 0 ? (frameCount + block - 1) / block : 0;
-  std::vector<bool> slice(static_cast<std::size_t>(count), false);
+  SpeechHistory slice(static_cast<std::size_t>(count), false);
   const FrameCount selectionEnd = startFrame + frameCount;
   for (std::int64_t j = 0; j < count; ++j) {
     const FrameCount blockStart = startFrame + j * block;

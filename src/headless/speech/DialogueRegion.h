@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/AudioBuffer.h"
+#include "core/SpeechHistory.h"
 
 namespace corvane {
 
@@ -34,18 +35,18 @@ struct DialogueRegion {
 
   // `totalBlocks` Booleans, true in the blocks of the regions (overlaps simply unite).
   // Parts of regions before 0 or past the last block are ignored.
-  static std::vector<bool> toHistory(std::span<const DialogueRegion> regions, std::int64_t totalBlocks,
+  static SpeechHistory toHistory(std::span<const DialogueRegion> regions, std::int64_t totalBlocks,
                                      double blockDuration);
 
   // One region per run of true blocks, from the start of its first block to the end of its
   // last, with new ids; in time order.
-  static std::vector<DialogueRegion> fromHistory(const std::vector<bool>& history, double blockDuration);
+  static std::vector<DialogueRegion> fromHistory(const SpeechHistory& history, double blockDuration);
 
   // The history of a selection of `frameCount` frames from `startFrame`, in the selection's own
   // blocks of round(sampleRate × blockDuration) frames counted from startFrame (the blocks a
   // loudness pass over the selection counts): ceil(frameCount / block frames) Booleans, each the
   // file block that holds the middle of the selection block; false past the history's end.
-  static std::vector<bool> sliceHistory(const std::vector<bool>& history, FrameCount startFrame,
+  static SpeechHistory sliceHistory(const SpeechHistory& history, FrameCount startFrame,
                                         FrameCount frameCount, double sampleRate, double blockDuration);
 };
 

@@ -158,7 +158,7 @@ SileroVADAnalyser::Probabilities SileroVADAnalyser::run(const MixReader& readMix
   return result;
 }
 
-std::vector<bool> SileroVADAnalyser::history(const MixReader& readMix, FrameCount frames, double sampleRate,
+SpeechHistory SileroVADAnalyser::history(const MixReader& readMix, FrameCount frames, double sampleRate,
                                              const SileroVADTuning& tuning) const {
   const Probabilities p = run(readMix, frames, sampleRate);
   const auto segments = detectSpeechSegments(p.values, p.windowSamples, p.detectorRate, p.detectorSamples, tuning);
@@ -194,13 +194,13 @@ std::function<std::int64_t(float*, std::int64_t)> bufferMixReader(const AudioBuf
 
 }  // namespace
 
-std::vector<bool> SileroVADAnalyser::detectSpeech(std::span<const float> monoMix, double sampleRate,
+SpeechHistory SileroVADAnalyser::detectSpeech(std::span<const float> monoMix, double sampleRate,
                                                   const SileroVADTuning& tuning) const {
   std::size_t position = 0;
   return history(spanReader(monoMix, position), static_cast<FrameCount>(monoMix.size()), sampleRate, tuning);
 }
 
-std::vector<bool> SileroVADAnalyser::detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const {
+SpeechHistory SileroVADAnalyser::detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const {
   FrameCount position = 0;
   return history(bufferMixReader(buffer, position), buffer.frameLength(), buffer.sampleRate(), tuning);
 }
@@ -211,7 +211,7 @@ SileroVADAnalyser::Probabilities SileroVADAnalyser::probabilities(std::span<cons
   return run(spanReader(monoMix, position), static_cast<FrameCount>(monoMix.size()), sampleRate);
 }
 
-std::optional<std::vector<bool>> SileroVADAnalyser::speechHistory(std::span<const float> monoMix, double sampleRate,
+std::optional<SpeechHistory> SileroVADAnalyser::speechHistory(std::span<const float> monoMix, double sampleRate,
                                                                   const SileroVADTuning& tuning) const {
   try {
     return detectSpeech(monoMix, sampleRate, tuning);
@@ -220,7 +220,7 @@ std::optional<std::vector<bool>> SileroVADAnalyser::speechHistory(std::span<cons
   }
 }
 
-std::optional<std::vector<bool>> SileroVADAnalyser::speechHistory(const AudioBuffer& buffer,
+std::optional<SpeechHistory> SileroVADAnalyser::speechHistory(const AudioBuffer& buffer,
                                                                   const SileroVADTuning& tuning) const {
   try {
     return detectSpeech(buffer, tuning);

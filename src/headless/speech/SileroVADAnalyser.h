@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "core/AudioBuffer.h"
+#include "core/SpeechHistory.h"
 #include "headless/speech/SileroVADModel.h"
 #include "headless/speech/SileroVADTuning.h"
 
@@ -58,16 +59,16 @@ class SileroVADAnalyser {
 
   // The speech history of a mono mix at `sampleRate` Hz; nothing when the detector is
   // unavailable or the detection fails.
-  std::optional<std::vector<bool>> speechHistory(std::span<const float> monoMix, double sampleRate,
+  std::optional<SpeechHistory> speechHistory(std::span<const float> monoMix, double sampleRate,
                                                  const SileroVADTuning& tuning) const;
   // The same for a buffer, mixed to mono on the way (without a copy of the whole mix).
-  std::optional<std::vector<bool>> speechHistory(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
+  std::optional<SpeechHistory> speechHistory(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
 
   // As speechHistory(), but a failure throws: SpeechModelError when the detector is
   // unavailable, std::invalid_argument for a sample rate that is not positive,
   // std::runtime_error when resampling fails, std::bad_alloc.
-  std::vector<bool> detectSpeech(std::span<const float> monoMix, double sampleRate, const SileroVADTuning& tuning) const;
-  std::vector<bool> detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
+  SpeechHistory detectSpeech(std::span<const float> monoMix, double sampleRate, const SileroVADTuning& tuning) const;
+  SpeechHistory detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
 
   // What the network saw and said: the rate it ran at, its window, the number of samples at
   // that rate, one probability per window. For tests and diagnostics; throws as detectSpeech().
@@ -89,7 +90,7 @@ class SileroVADAnalyser {
  private:
   using MixReader = std::function<std::int64_t(float* out, std::int64_t count)>;
   Probabilities run(const MixReader& readMix, FrameCount frames, double sampleRate) const;
-  std::vector<bool> history(const MixReader& readMix, FrameCount frames, double sampleRate,
+  SpeechHistory history(const MixReader& readMix, FrameCount frames, double sampleRate,
                             const SileroVADTuning& tuning) const;
 
   std::shared_ptr<const SileroVADModel> _model;

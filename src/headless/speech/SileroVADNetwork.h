@@ -12,8 +12,9 @@
 // the last, partial window is completed with zeros. W and C are the branch's windowSamples
 // and contextSamples.
 //
-// Thread class: a network is immutable after construction; encode() and recur() may run on
-// any number of threads at once, each with its own Workspace and State.
+// Thread class: after construction (and setSegmentWindows, if called) a network does not
+// change; encode(), recur() and probabilities() may run on any number of threads at once, each
+// encode() with its own Workspace and each recur() with its own State.
 #pragma once
 
 #include <array>

@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-std::vector<SpeechRun> speechRuns(const std::vector<bool>& history) {
+std::vector<SpeechRun> speechRuns(const SpeechHistory& history) {
   std::vector<SpeechRun> runs;
   std::size_t i = 0;
   while (i < history.size()) {
@@ -17,7 +17,7 @@ std::vector<SpeechRun> speechRuns(const std::vector<bool>& history) {
   return runs;
 }
 
-std::vector<SpeechRange> computeSpeechRanges(const std::vector<bool>& speechHistory, double selectionStart,
+std::vector<SpeechRange> computeSpeechRanges(const SpeechHistory& speechHistory, double selectionStart,
                                              double blockDuration) {
   constexpr std::size_t kLongestFilledPause = 3;
   std::vector<SpeechRange> ranges;

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "core/SpeechHistory.h"
+
 namespace corvane {
 
 // A closed range of seconds in the file's time.
@@ -23,14 +25,14 @@ struct SpeechRun {
 };
 
 // The runs of true entries of a history, in order.
-std::vector<SpeechRun> speechRuns(const std::vector<bool>& history);
+std::vector<SpeechRun> speechRuns(const SpeechHistory& history);
 
 // Block i of `speechHistory` lies at selectionStart + blockDuration × i. Pauses of one to three
 // false blocks between two runs of speech count as speech (at 0.1 s blocks: up to 0.3 s, the
 // breath between phrases); a pause of four blocks or more separates two ranges. Each run gives
 // the range from the time of its first block to the time of the block after it; a run that
 // reaches the end closes at selectionStart + blockDuration × the number of blocks.
-std::vector<SpeechRange> computeSpeechRanges(const std::vector<bool>& speechHistory, double selectionStart,
+std::vector<SpeechRange> computeSpeechRanges(const SpeechHistory& speechHistory, double selectionStart,
                                              double blockDuration);
 
 }  // namespace corvane

@@ -66,11 +66,11 @@ std::int64_t speechBlockCount(FrameCount frames, double sampleRate, double block
   return (frames + block - 1) / block;
 }
 
-std::vector<bool> speechHistoryFromSegments(std::span<const SpeechSegment> segments, double detectorRate,
+SpeechHistory speechHistoryFromSegments(std::span<const SpeechSegment> segments, double detectorRate,
                                             FrameCount sourceFrames, double sourceRate, double blockDurationSec) {
   const FrameCount block = speechBlockFrames(sourceRate, blockDurationSec);
   const std::int64_t count = speechBlockCount(sourceFrames, sourceRate, blockDurationSec);
-  std::vector<bool> history(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)), false);
+  SpeechHistory history(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)), false);
   const double scale = sourceRate / detectorRate;
   for (const SpeechSegment& segment : segments) {
     // The segment in source frames, half-open; a block counts when its middle lies inside.

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "core/AudioBuffer.h"
+#include "core/SpeechHistory.h"
 #include "headless/speech/SileroVADTuning.h"
 
 namespace corvane {
@@ -47,16 +48,16 @@ std::vector<SpeechSegment> detectSpeechSegments(std::span<const float> probabili
                                                 double paddingSec = kSpeechPaddingSec);
 
 // Frames per history block: max(1, round(sampleRate × blockDurationSec)).
-FrameCount speechBlockFrames(double sampleRate, double blockDurationSec = 0.1);
+FrameCount speechBlockFrames(double sampleRate, double blockDurationSec = kLoudnessBlockSeconds);
 
 // Blocks of a history of `frames` frames: ceil(frames / speechBlockFrames), the loudness
 // processor's block count; the last block may be partial.
-std::int64_t speechBlockCount(FrameCount frames, double sampleRate, double blockDurationSec = 0.1);
+std::int64_t speechBlockCount(FrameCount frames, double sampleRate, double blockDurationSec = kLoudnessBlockSeconds);
 
 // One Boolean per block of a source of `sourceFrames` frames at `sourceRate`, true where the
 // middle of the block lies in one of `segments`, which are given at `detectorRate`.
-std::vector<bool> speechHistoryFromSegments(std::span<const SpeechSegment> segments, double detectorRate,
+SpeechHistory speechHistoryFromSegments(std::span<const SpeechSegment> segments, double detectorRate,
                                             FrameCount sourceFrames, double sourceRate,
-                                            double blockDurationSec = 0.1);
+                                            double blockDurationSec = kLoudnessBlockSeconds);
 
 }  // namespace corvane
