@@ -1,6 +1,8 @@
 #include "headless/speech/SileroVADModel.h"
 
 #include <onnx/onnx_pb.h>  // defines ONNX_API, then includes onnx-ml.pb.h (ONNX_ML)
+#include <pwd.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -24,7 +26,10 @@ std::string environment(const char* name) {
 
 std::filesystem::path homeDirectory() {
   const std::string home = environment("HOME");
-  return home.empty() ? std::filesystem::path("/") : std::filesystem::path(home);
+  if (!home.empty()) return home;
+  // A service or CI job may run without HOME; the password database still knows the folder.
+  if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir) return entry->pw_dir;
+  return "/";
 }
 
 [[noreturn]] void fail(const std::string& text) { throw SpeechModelError(kUnavailable + text); }
