@@ -20,16 +20,18 @@ struct LoudnessMeasurement {
   // BS.1770 loudness over the blocks detected as speech; -inf without detected speech.
   float dialogGatedLUFS = kNoReading;
   // Share of the programme detected as speech, 0 ... 100; nullopt when speech detection has
-  // not run (then no dialogue fallback can be decided).
+  // not run (then no dialogue fallback can be decided). The loudness processor reads 0
+  // without a speech history: pass its figure only when a history was present.
   std::optional<float> speechPercentage;
   float truePeakDBTP = kNoReading;
   float maxShortTermLUFS = kNoReading;
   // Un-weighted RMS of the whole programme (see programRMSDBFS), dBFS. Only an offline pass
   // gives one.
   float rmsDBFS = kNoReading;
-  // Un-weighted RMS of the non-speech blocks (room tone between phrases), dB RMS; -inf when
-  // not measured.
-  float noiseFloorDBRMS = kNoReading;
+  // Un-weighted RMS level of the non-speech blocks (room tone between phrases), dB RMS. -inf
+  // when there was nothing to measure: no speech detection, no pauses, or pauses of digital
+  // silence. Targets with a noise-floor limit can't tell these apart and flag the verdict.
+  float speechGatedNoiseFloorDBRMS = kNoReading;
 
   // One programme RMS from per-channel RMS levels (dBFS): the RMS over every sample of every
   // channel, i.e. the mean of the channels' powers. Identical channels read as one (a mono

@@ -46,11 +46,11 @@ void judgeDelivery(const LoudnessTarget& target, const LoudnessMeasurement& m,
     e.failures |= kFailureMaxShortTerm;
   }
   if (auto item = target.noiseFloor()) {
-    // -inf is "not measured" here, never "perfectly quiet": the processor reports -inf when
-    // it had no non-speech blocks to measure.
-    if (!std::isfinite(m.noiseFloorDBRMS)) {
+    // -inf can't be taken for "perfectly quiet": the processor also reports it with no
+    // speech detection or no pauses, so the verdict passes flagged instead.
+    if (!std::isfinite(m.speechGatedNoiseFloorDBRMS)) {
       e.warnings |= kWarningNoiseFloorUnmeasured;
-    } else if (above(m.noiseFloorDBRMS, item->maxDBRMS)) {
+    } else if (above(m.speechGatedNoiseFloorDBRMS, item->maxDBRMS)) {
       e.failures |= kFailureNoiseFloor;
     }
   }
@@ -281,10 +281,14 @@ std::string tooltipText(const LoudnessTarget& target, const LoudnessMeasurement&
     }
     if (auto item = target.noiseFloor()) {
       if (e.warnings & kWarningNoiseFloorUnmeasured) {
-        lines.push_back("Noise floor not measured: it needs speech detection to find the "
-                        "pauses. Check it before delivery.");
+        lines.push_back(m.speechPercentage
+                            ? "No noise-floor reading: no pauses with sound in them were found "
+                              "(digital silence reads as none). Check the room tone before "
+                              "delivery."
+                            : "Noise floor not measured: it needs speech detection to find the "
+                              "pauses. Check it before delivery.");
       } else {
-        lines.push_back("Noise floor " + levelText(m.noiseFloorDBRMS, "dB RMS") +
+        lines.push_back("Noise floor " + levelText(m.speechGatedNoiseFloorDBRMS, "dB RMS") +
                         ((e.failures & kFailureNoiseFloor) ? ": over" : ": at or under") +
                         " the " + formatCompact(item->maxDBRMS) + " dB RMS limit.");
       }

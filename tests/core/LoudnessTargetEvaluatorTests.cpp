@@ -184,7 +184,7 @@ TEST(LoudnessTargetEvaluator, AcxJudgesRmsPeakAndNoiseFloor) {
     m.integratedLUFS = -12.0f;  // ACX ignores LUFS: this must not matter
     m.rmsDBFS = rms;
     m.truePeakDBTP = truePeak;
-    m.noiseFloorDBRMS = noiseFloor;
+    m.speechGatedNoiseFloorDBRMS = noiseFloor;
     return LoudnessTargetEvaluator::evaluate(acx, m);
   };
   EXPECT_EQ(with(-23.0f, -3.0f, -60.0f).verdictText(), "OK");  // every edge at once
