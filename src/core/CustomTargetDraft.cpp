@@ -1,33 +1,9 @@
 #include "core/CustomTargetDraft.h"
 
-#include <cstdint>
-#include <cstdio>
-#include <random>
-
 #include "core/LoudnessTargetSelection.h"
 #include "core/NumberFormat.h"
 
 namespace corvane {
-
-std::string makeUUIDString() {
-  // One engine per thread, seeded once from the system's entropy: ids only need to be
-  // unique, not secret.
-  thread_local std::mt19937_64 engine{[] {
-    std::random_device device;
-    std::seed_seq seed{device(), device(), device(), device()};
-    return std::mt19937_64(seed);
-  }()};
-  std::uint64_t high = engine();
-  std::uint64_t low = engine();
-  high = (high & ~0xF000ull) | 0x4000ull;                     // version 4
-  low = (low & ~(0xC000ull << 48)) | (0x8000ull << 48);       // RFC 4122 variant
-  char text[37];
-  std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%012llX",
-                static_cast<unsigned>(high >> 32), static_cast<unsigned>((high >> 16) & 0xFFFF),
-                static_cast<unsigned>(high & 0xFFFF), static_cast<unsigned>(low >> 48),
-                static_cast<unsigned long long>(low & 0xFFFFFFFFFFFFull));
-  return text;
-}
 
 std::string trimmedBlanks(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\n\r\f\v";
@@ -37,9 +13,9 @@ std::string trimmedBlanks(std::string_view text) {
   return std::string(text.substr(first, last - first + 1));
 }
 
-CustomTargetDraft CustomTargetDraft::newDraft(LoudnessTargetMode mode) {
+CustomTargetDraft CustomTargetDraft::newDraft(LoudnessTargetMode mode, std::string_view uuid) {
   CustomTargetDraft draft;
-  draft.id = std::string(LoudnessTargetSelection::customIDPrefix) + makeUUIDString();
+  draft.id = std::string(LoudnessTargetSelection::customIDPrefix) + std::string(uuid);
   draft.mode = mode;
   draft.source = defaultSource(mode);
   return draft;

@@ -32,9 +32,10 @@ struct CustomTargetDraft {
   float truePeakCeilingDBTP = -1.0f;
   bool sourceTouched = false;
 
-  // A new draft for the section of `mode`: a fresh id (customIDPrefix + a random UUID), the
+  // A new draft for the section of `mode`: the id customIDPrefix + `uuid` (a fresh UUID
+  // string: headless's makeUUIDString() or QUuid; this library keeps no random source), the
   // mode's default source and the default levels.
-  static CustomTargetDraft newDraft(LoudnessTargetMode mode);
+  static CustomTargetDraft newDraft(LoudnessTargetMode mode, std::string_view uuid);
   // A draft that edits `target`. Its source counts as chosen: changing the mode of a saved
   // target keeps the source it was saved with.
   static CustomTargetDraft editing(const LoudnessTarget& target);
@@ -62,10 +63,6 @@ struct CustomTargetDraft {
   // speech; RMS needs an offline analysis run."
   std::string summaryText() const;
 };
-
-// A new random (version 4) UUID in its usual upper-case text form,
-// "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx".
-std::string makeUUIDString();
 
 // `text` without leading and trailing blanks (spaces, tabs, line ends).
 std::string trimmedBlanks(std::string_view text);

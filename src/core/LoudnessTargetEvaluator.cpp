@@ -22,18 +22,15 @@ bool above(double value, double limit) {
   return value > limit + kEdgeSlack;
 }
 
-std::string_view basisUnit(LoudnessBasis basis) {
+// The source whose units a basis reads in: a fallback reads full-programme LUFS.
+LoudnessSource unitSource(LoudnessBasis basis) {
   switch (basis) {
+    case LoudnessBasis::dialogGated: return LoudnessSource::dialogGated;
+    case LoudnessBasis::rms: return LoudnessSource::rms;
     case LoudnessBasis::integrated:
-    case LoudnessBasis::integratedFallback: return "LUFS";
-    case LoudnessBasis::dialogGated: return "LKFS";
-    case LoudnessBasis::rms: return "dB RMS";
+    case LoudnessBasis::integratedFallback: return LoudnessSource::integrated;
   }
-  return "";
-}
-
-std::string_view basisTolUnit(LoudnessBasis basis) {
-  return basis == LoudnessBasis::rms ? "dB" : "LU";
+  return LoudnessSource::integrated;
 }
 
 void judgeDelivery(const LoudnessTarget& target, const LoudnessMeasurement& m,
@@ -220,7 +217,8 @@ LoudnessTargetEvaluation evaluate(const LoudnessTarget& target,
 std::string tooltipText(const LoudnessTarget& target, const LoudnessMeasurement& m) {
   const LoudnessTargetEvaluation e = evaluate(target, m);
   std::vector<std::string> lines{specificationText(target)};
-  const std::string unit(basisUnit(e.basis));
+  const std::string unit(levelUnit(unitSource(e.basis)));
+  const std::string tolUnit(toleranceUnit(unitSource(e.basis)));
 
   if (e.verdictClass == LoudnessVerdictClass::noReading) {
     if (target.source == LoudnessSource::dialogGated) {
@@ -265,10 +263,9 @@ std::string tooltipText(const LoudnessTarget& target, const LoudnessMeasurement&
   } else {
     const bool loudnessOK = !(e.failures & kFailureLoudness);
     lines.push_back("Measured " + levelText(e.readingLevel, unit) + ", " +
-                    formatSigned(e.deviation, 1) + " " + std::string(basisTolUnit(e.basis)) +
-                    " from " + formatCompact(e.referenceLevel) + ": " +
-                    (loudnessOK ? "within" : "outside") + " the ±" + formatCompact(*e.tolerance) +
-                    " " + std::string(basisTolUnit(e.basis)) + " tolerance.");
+                    formatSigned(e.deviation, 1) + " " + tolUnit + " from " +
+                    formatCompact(e.referenceLevel) + ": " + (loudnessOK ? "within" : "outside") +
+                    " the ±" + formatCompact(*e.tolerance) + " " + tolUnit + " tolerance.");
     if (std::isfinite(m.truePeakDBTP)) {
       lines.push_back("True peak " + levelText(m.truePeakDBTP, "dBTP") +
                       ((e.failures & kFailureTruePeak) ? ": over" : ": at or under") + " the " +

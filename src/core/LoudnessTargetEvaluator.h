@@ -105,8 +105,8 @@ namespace LoudnessTargetEvaluator {
 LoudnessTargetEvaluation evaluate(const LoudnessTarget& target,
                                   const LoudnessMeasurement& measurement);
 
-// The verdict's tool tip: the specification in words, each reading against its limit and the
-// outcome, lines joined by "\n". Numbers in the C locale.
+// The verdict's tool tip: the target's requirements in words, each reading against its limit
+// and the outcome, lines joined by "\n". Numbers in the C locale.
 std::string tooltipText(const LoudnessTarget& target, const LoudnessMeasurement& measurement);
 
 }  // namespace LoudnessTargetEvaluator

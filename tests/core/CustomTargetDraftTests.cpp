@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <limits>
-#include <set>
 #include <string>
 
 #include "core/CustomTargetDraft.h"
@@ -14,8 +13,10 @@ namespace {
 
 using Mode = LoudnessTargetMode;
 
+constexpr const char* kUUID = "0F1E2D3C-4B5A-4697-8887-A6B5C4D3E2F1";
+
 CustomTargetDraft named(float reference, float tolerance, float ceiling) {
-  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::music);
+  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::music, kUUID);
   draft.name = "Spec";
   draft.referenceLUFS = reference;
   draft.toleranceLU = tolerance;
@@ -50,35 +51,22 @@ TEST(CustomTargetDraft, ValidationEdges) {
   EXPECT_FALSE(blank.isValid());
 }
 
-TEST(CustomTargetDraft, NewDraftsTakeTheirModeAndAFreshId) {
-  const auto podcast = CustomTargetDraft::newDraft(Mode::podcast);
+TEST(CustomTargetDraft, NewDraftsTakeTheirModeAndTheGivenId) {
+  const auto podcast = CustomTargetDraft::newDraft(Mode::podcast, kUUID);
   EXPECT_EQ(podcast.source, LoudnessSource::dialogGated);
   EXPECT_EQ(podcast.referenceLUFS, -18.0f);
   EXPECT_EQ(podcast.toleranceLU, 1.0f);
   EXPECT_EQ(podcast.truePeakCeilingDBTP, -1.0f);
   EXPECT_FALSE(podcast.sourceTouched);
   EXPECT_FALSE(podcast.isValid());  // no name yet
-  EXPECT_EQ(CustomTargetDraft::newDraft(Mode::vod).source, LoudnessSource::dialogGated);
-  EXPECT_EQ(CustomTargetDraft::newDraft(Mode::broadcast).source, LoudnessSource::integrated);
+  EXPECT_EQ(CustomTargetDraft::newDraft(Mode::vod, kUUID).source, LoudnessSource::dialogGated);
+  EXPECT_EQ(CustomTargetDraft::newDraft(Mode::broadcast, kUUID).source, LoudnessSource::integrated);
 
-  // customIDPrefix + an RFC 4122 version-4 UUID, different every time.
-  std::set<std::string> ids;
-  for (int i = 0; i < 200; ++i) {
-    const std::string id = CustomTargetDraft::newDraft(Mode::music).id;
-    ASSERT_TRUE(id.starts_with(LoudnessTargetSelection::customIDPrefix)) << id;
-    const std::string uuid = id.substr(LoudnessTargetSelection::customIDPrefix.size());
-    ASSERT_EQ(uuid.size(), 36u) << uuid;
-    for (std::size_t k : {8u, 13u, 18u, 23u}) EXPECT_EQ(uuid[k], '-') << uuid;
-    EXPECT_EQ(uuid[14], '4') << uuid;
-    EXPECT_NE(std::string("89AB").find(uuid[19]), std::string::npos) << uuid;
-    EXPECT_EQ(uuid.find_first_not_of("0123456789ABCDEF-"), std::string::npos) << uuid;
-    ids.insert(id);
-  }
-  EXPECT_EQ(ids.size(), 200u);
+  EXPECT_EQ(podcast.id, "custom.0F1E2D3C-4B5A-4697-8887-A6B5C4D3E2F1");
 }
 
 TEST(CustomTargetDraft, SourceFollowsModeUntilTheUserChoosesOne) {
-  auto draft = CustomTargetDraft::newDraft(Mode::music);
+  auto draft = CustomTargetDraft::newDraft(Mode::music, kUUID);
   draft.setMode(Mode::podcast);
   EXPECT_EQ(draft.source, LoudnessSource::dialogGated);
   draft.setMode(Mode::broadcast);
@@ -89,7 +77,7 @@ TEST(CustomTargetDraft, SourceFollowsModeUntilTheUserChoosesOne) {
   EXPECT_EQ(draft.source, LoudnessSource::rms);
 
   // A saved target's source counts as chosen.
-  auto saved = CustomTargetDraft::newDraft(Mode::music);
+  auto saved = CustomTargetDraft::newDraft(Mode::music, kUUID);
   saved.name = "Loud club";
   auto editing = CustomTargetDraft::editing(saved.buildTarget());
   editing.setMode(Mode::podcast);
@@ -97,7 +85,7 @@ TEST(CustomTargetDraft, SourceFollowsModeUntilTheUserChoosesOne) {
 }
 
 TEST(CustomTargetDraft, BuildsADeliveryTargetThatJudgesLikeOne) {
-  auto draft = CustomTargetDraft::newDraft(Mode::podcast);
+  auto draft = CustomTargetDraft::newDraft(Mode::podcast, kUUID);
   draft.name = "  Client spec\n";
   draft.setSource(LoudnessSource::integrated);
   draft.referenceLUFS = -19.0f;
@@ -123,7 +111,7 @@ TEST(CustomTargetDraft, BuildsADeliveryTargetThatJudgesLikeOne) {
 }
 
 TEST(CustomTargetDraft, EditorWords) {
-  auto draft = CustomTargetDraft::newDraft(Mode::podcast);
+  auto draft = CustomTargetDraft::newDraft(Mode::podcast, kUUID);
   EXPECT_EQ(draft.summaryText(),
             "Verdicts read pass when the measured Loudness sits within 1 LU of -18 LKFS and the "
             "true peak stays at or under -1 dBTP. Dialog-gated needs detected speech; RMS needs "

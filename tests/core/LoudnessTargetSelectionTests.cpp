@@ -60,7 +60,7 @@ TEST(LoudnessTargetSelection, ToggleKeepsSelectionOrderAndTheLimit) {
 
 TEST(LoudnessTargetSelection, CustomTargetsJoinTheirModeAndLeaveCleanly) {
   auto selection = LoudnessTargetSelection::defaultSelection().withMode(Mode::podcast);
-  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::podcast);
+  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::podcast, "5C1A9E3B-7D2F-4A60-9B18-3E4D5F6A7B8C");
   draft.name = "Client";
   const LoudnessTarget custom = draft.buildTarget();
   ASSERT_TRUE(selection.upsertCustomTarget(custom));
@@ -91,7 +91,7 @@ TEST(LoudnessTargetSelection, CustomTargetsJoinTheirModeAndLeaveCleanly) {
 
 TEST(LoudnessTargetSelection, StoredFormRoundTrips) {
   auto selection = LoudnessTargetSelection::defaultSelection().withMode(Mode::vod);
-  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::vod);
+  CustomTargetDraft draft = CustomTargetDraft::newDraft(Mode::vod, "B7E6D5C4-A3B2-4C1D-8E0F-112233445566");
   draft.name = "Festival";
   draft.referenceLUFS = -18.1f;
   draft.toleranceLU = 0.7f;
