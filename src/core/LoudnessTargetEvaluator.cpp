@@ -87,7 +87,7 @@ std::string levelText(double value, std::string_view unit) {
   return formatFixed(value, 1) + " " + std::string(unit);
 }
 
-std::string specificationText(const LoudnessTarget& target) {
+std::string requirementsText(const LoudnessTarget& target) {
   const std::string unit(levelUnit(target.source));
   const std::string ceiling = "true peak ≤ " + formatCompact(target.truePeakCeilingDBTP) + " dBTP";
   std::string text = target.displayName + ": ";
@@ -216,7 +216,7 @@ LoudnessTargetEvaluation evaluate(const LoudnessTarget& target,
 
 std::string tooltipText(const LoudnessTarget& target, const LoudnessMeasurement& m) {
   const LoudnessTargetEvaluation e = evaluate(target, m);
-  std::vector<std::string> lines{specificationText(target)};
+  std::vector<std::string> lines{requirementsText(target)};
   const std::string unit(levelUnit(unitSource(e.basis)));
   const std::string tolUnit(toleranceUnit(unitSource(e.basis)));
 
