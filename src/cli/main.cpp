@@ -16,7 +16,10 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"measure", "measure FILE [--json]      loudness, true peak, dynamics of a file",
+    {"measure", "measure FILE [--json] [--mode M]\n"
+                "                             loudness, true peak, dynamics of a file; with\n"
+                "                             --mode music|podcast|vod|broadcast, the verdicts\n"
+                "                             of that mode's loudness targets",
      corvane::cli::runMeasureCommand},
     {"demo", "demo OUT.wav               write Corvane's demo recording",
      corvane::cli::runDemoCommand},
