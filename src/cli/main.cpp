@@ -16,7 +16,11 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"measure", "measure FILE [--json] [--speech]  loudness, true peak, dynamics, speech-gated loudness",
+    {"measure", "measure FILE [--json] [--speech] [--mode M]\n"
+                "                             loudness, true peak, dynamics of a file; with\n"
+                "                             --speech, speech-gated loudness; with --mode\n"
+                "                             music|podcast|vod|broadcast, the verdicts of that\n"
+                "                             mode's loudness targets",
      corvane::cli::runMeasureCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
