@@ -1,0 +1,92 @@
+#include "playback/StreamResampler.h"
+
+#include <soxr.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+namespace corvane {
+
+namespace {
+
+constexpr int kInputChunk = 1024;
+
+void pullSilence(void*, float* const* out, int frames) noexcept {
+  (void)out;
+  (void)frames;
+}
+
+}  // namespace
+
+StreamResampler::StreamResampler(int channels, double inputRate, double outputRate)
+    : _channels(std::max(channels, 1)), _ratio(inputRate / outputRate) {
+  const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_S, SOXR_FLOAT32_S);
+  const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+  const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
+  soxr_error_t error = nullptr;
+  _soxr = soxr_create(inputRate, outputRate, static_cast<unsigned>(_channels), &error, &io,
+                      &quality, &runtime);
+  if (!_soxr || error) {
+    if (_soxr) soxr_delete(_soxr);
+    throw std::runtime_error(std::string("Couldn't set up the sample-rate converter: ") +
+                             soxr_strerror(error));
+  }
+  _input.assign(static_cast<std::size_t>(_channels) * kInputChunk, 0.0f);
+  for (int c = 0; c < _channels; ++c) {
+    _inputChannels.push_back(_input.data() + static_cast<std::size_t>(c) * kInputChunk);
+    _inputConst.push_back(_inputChannels.back());
+  }
+  _offsetOut.assign(static_cast<std::size_t>(_channels), nullptr);
+  error = soxr_set_input_fn(_soxr, reinterpret_cast<soxr_input_fn_t>(&StreamResampler::supplyInput),
+                            this, kInputChunk);
+  if (error) {
+    soxr_delete(_soxr);
+    throw std::runtime_error(std::string("Couldn't set up the sample-rate converter: ") +
+                             soxr_strerror(error));
+  }
+  // Let libsoxr size its buffers now, on silence, rather than on the render thread.
+  std::vector<float> scratch(static_cast<std::size_t>(_channels) * kMaxRenderBlockFrames, 0.0f);
+  std::vector<float*> scratchChannels;
+  for (int c = 0; c < _channels; ++c) {
+    scratchChannels.push_back(scratch.data() + static_cast<std::size_t>(c) * kMaxRenderBlockFrames);
+  }
+  _silentSource = true;
+  for (int frames : {64, 256, 1024, kMaxRenderBlockFrames, 333, kMaxRenderBlockFrames}) {
+    process(RenderPull{&pullSilence, nullptr}, scratchChannels.data(), frames);
+  }
+  _silentSource = false;
+}
+
+StreamResampler::~StreamResampler() { soxr_delete(_soxr); }
+
+size_t StreamResampler::supplyInput(void* opaque, const void** data, size_t requested) {
+  auto* self = static_cast<StreamResampler*>(opaque);
+  const int frames = static_cast<int>(std::min<size_t>(requested, kInputChunk));
+  if (self->_silentSource) {
+    std::fill(self->_input.begin(), self->_input.end(), 0.0f);
+  } else {
+    self->_source(self->_inputChannels.data(), frames);
+  }
+  *data = self->_inputConst.data();
+  return static_cast<size_t>(frames);
+}
+
+void StreamResampler::process(RenderPull source, float* const* out, int frames) noexcept {
+  _source = source;
+  int done = 0;
+  // soxr_output() delivers all it was asked for unless the input ends, which ours never does;
+  // the loop only guards against a short count.
+  for (int attempt = 0; done < frames && attempt < 8; ++attempt) {
+    for (int c = 0; c < _channels; ++c) _offsetOut[static_cast<std::size_t>(c)] = out[c] + done;
+    done += static_cast<int>(
+        soxr_output(_soxr, _offsetOut.data(), static_cast<size_t>(frames - done)));
+  }
+  if (done < frames) {
+    for (int c = 0; c < _channels; ++c) std::fill(out[c] + done, out[c] + frames, 0.0f);
+  }
+}
+
+double StreamResampler::delayFrames() const { return soxr_delay(_soxr); }
+
+}  // namespace corvane
