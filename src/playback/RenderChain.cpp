@@ -4,35 +4,9 @@
 #include <cmath>
 #include <cstring>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <xmmintrin.h>
-#endif
+#include "core/DenormalGuard.h"
 
 namespace corvane {
-
-namespace {
-
-// Flush-to-zero and denormals-are-zero for the length of one buffer: decaying filter states
-// would otherwise slow every sample down by two orders of magnitude.
-class DenormalGuard {
- public:
-  DenormalGuard() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-    _saved = _mm_getcsr();
-    _mm_setcsr(_saved | 0x8040);
-#endif
-  }
-  ~DenormalGuard() {
-#if defined(__x86_64__) || defined(__i386__)
-    _mm_setcsr(_saved);
-#endif
-  }
-
- private:
-  unsigned _saved = 0;
-};
-
-}  // namespace
 
 RenderChain::RenderChain(RenderMirrors& mirrors, const RenderChainSetup& setup)
     : _mirrors(mirrors),
@@ -128,6 +102,7 @@ int RenderChain::tailDeviceFrames(const TimePitchStage* stage) const noexcept {
 
 void RenderChain::render(float* const* deviceOut, int frames) noexcept {
   RenderEpoch::Scope scope(_mirrors.renderEpoch);
+  // Decaying filter states would otherwise cost a hundred cycles per denormal sample.
   DenormalGuard denormals;
   const Probe probe = _probe.load(std::memory_order_acquire);
   void* probeContext = _probeContext.load(std::memory_order_relaxed);

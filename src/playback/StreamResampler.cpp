@@ -21,7 +21,9 @@ void pullSilence(void*, float* const* out, int frames) noexcept {
 
 StreamResampler::StreamResampler(int channels, double inputRate, double outputRate)
     : _channels(std::max(channels, 1)), _ratio(inputRate / outputRate) {
-  const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_S, SOXR_FLOAT32_S);
+  // Interleaved both ways: libsoxr 0.1.3 writes through a null pointer when split-channel
+  // buffers meet an input function.
+  const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
   const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
   const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
   soxr_error_t error = nullptr;
@@ -33,11 +35,11 @@ StreamResampler::StreamResampler(int channels, double inputRate, double outputRa
                              soxr_strerror(error));
   }
   _input.assign(static_cast<std::size_t>(_channels) * kInputChunk, 0.0f);
+  _interleaved.assign(static_cast<std::size_t>(_channels) * kInputChunk, 0.0f);
   for (int c = 0; c < _channels; ++c) {
     _inputChannels.push_back(_input.data() + static_cast<std::size_t>(c) * kInputChunk);
-    _inputConst.push_back(_inputChannels.back());
   }
-  _offsetOut.assign(static_cast<std::size_t>(_channels), nullptr);
+  _output.assign(static_cast<std::size_t>(_channels) * kMaxRenderBlockFrames, 0.0f);
   error = soxr_set_input_fn(_soxr, reinterpret_cast<soxr_input_fn_t>(&StreamResampler::supplyInput),
                             this, kInputChunk);
   if (error) {
@@ -64,11 +66,17 @@ size_t StreamResampler::supplyInput(void* opaque, const void** data, size_t requ
   auto* self = static_cast<StreamResampler*>(opaque);
   const int frames = static_cast<int>(std::min<size_t>(requested, kInputChunk));
   if (self->_silentSource) {
-    std::fill(self->_input.begin(), self->_input.end(), 0.0f);
+    std::fill(self->_interleaved.begin(), self->_interleaved.end(), 0.0f);
   } else {
     self->_source(self->_inputChannels.data(), frames);
+    const int channels = self->_channels;
+    float* out = self->_interleaved.data();
+    for (int c = 0; c < channels; ++c) {
+      const float* in = self->_inputChannels[static_cast<std::size_t>(c)];
+      for (int i = 0; i < frames; ++i) out[i * channels + c] = in[i];
+    }
   }
-  *data = self->_inputConst.data();
+  *data = self->_interleaved.data();
   return static_cast<size_t>(frames);
 }
 
@@ -76,11 +84,15 @@ void StreamResampler::process(RenderPull source, float* const* out, int frames) 
   _source = source;
   int done = 0;
   // soxr_output() delivers all it was asked for unless the input ends, which ours never does;
-  // the loop only guards against a short count.
-  for (int attempt = 0; done < frames && attempt < 8; ++attempt) {
-    for (int c = 0; c < _channels; ++c) _offsetOut[static_cast<std::size_t>(c)] = out[c] + done;
-    done += static_cast<int>(
-        soxr_output(_soxr, _offsetOut.data(), static_cast<size_t>(frames - done)));
+  // the turn limit only guards against a short count.
+  for (int turn = 0; done < frames && turn < 64; ++turn) {
+    const int want = std::min(frames - done, kMaxRenderBlockFrames);
+    const int got = static_cast<int>(soxr_output(_soxr, _output.data(), static_cast<size_t>(want)));
+    for (int c = 0; c < _channels; ++c) {
+      float* target = out[c] + done;
+      for (int i = 0; i < got; ++i) target[i] = _output[static_cast<std::size_t>(i * _channels + c)];
+    }
+    done += got;
   }
   if (done < frames) {
     for (int c = 0; c < _channels; ++c) std::fill(out[c] + done, out[c] + frames, 0.0f);

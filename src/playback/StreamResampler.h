@@ -44,10 +44,10 @@ class StreamResampler {
   double _ratio;  // input / output
   soxr* _soxr = nullptr;
   RenderPull _source;
-  std::vector<float> _input;            // channels × kInputChunk
+  std::vector<float> _input;            // channels × kInputChunk, planar
   std::vector<float*> _inputChannels;
-  std::vector<const float*> _inputConst;
-  std::vector<float*> _offsetOut;
+  std::vector<float> _interleaved;      // the same, interleaved for libsoxr
+  std::vector<float> _output;           // channels × kMaxRenderBlockFrames, interleaved
   bool _silentSource = false;
 };
 
