@@ -47,15 +47,20 @@ StreamResampler::StreamResampler(int channels, double inputRate, double outputRa
     throw std::runtime_error(std::string("Couldn't set up the sample-rate converter: ") +
                              soxr_strerror(error));
   }
-  // Let libsoxr size its buffers now, on silence, rather than on the render thread.
+  // Let libsoxr size its buffers now, on silence, rather than on the render thread. Its FIFOs
+  // grow by reallocation until the read position has moved far enough for a compaction to
+  // take the place of growth, which takes some seconds of varied block sizes.
   std::vector<float> scratch(static_cast<std::size_t>(_channels) * kMaxRenderBlockFrames, 0.0f);
   std::vector<float*> scratchChannels;
   for (int c = 0; c < _channels; ++c) {
     scratchChannels.push_back(scratch.data() + static_cast<std::size_t>(c) * kMaxRenderBlockFrames);
   }
   _silentSource = true;
-  for (int frames : {64, 256, 1024, kMaxRenderBlockFrames, 333, kMaxRenderBlockFrames}) {
-    process(RenderPull{&pullSilence, nullptr}, scratchChannels.data(), frames);
+  static constexpr int kPrimingBlocks[] = {64, 256, 1024, kMaxRenderBlockFrames, 333, 2048, 1, 4000};
+  for (int round = 0; round < 24; ++round) {
+    for (int frames : kPrimingBlocks) {
+      process(RenderPull{&pullSilence, nullptr}, scratchChannels.data(), frames);
+    }
   }
   _silentSource = false;
 }
