@@ -24,10 +24,19 @@ function(corvane_add_gtest target)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
-  set(props LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT}
+  set(props TIMEOUT ${ARG_TIMEOUT}
             ENVIRONMENT "CORVANE_TEST_OUTPUT_DIR=${CORVANE_TEST_OUTPUT_DIR}")
   if(ARG_SERIAL)
     list(APPEND props RUN_SERIAL TRUE)
   endif()
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST TEST_LIST ${target}_TESTS PROPERTIES ${props})
+  # Labels go on after discovery: gtest_discover_tests() passes PROPERTIES through
+  # cmake_parse_arguments, which splits a list value, so "playback;tsan" would label a test
+  # "playback" and set a property named "tsan".
+  set(label_script ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
+  file(WRITE ${label_script}
+    "if(DEFINED ${target}_TESTS)\n"
+    "  set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\n"
+    "endif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${label_script})
 endfunction()

@@ -4,45 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "playback/BiquadFilter.h"
+#include "support/RbjOracle.h"
 
 namespace corvane {
 namespace {
-
-std::vector<double> logGrid(double from, double to, int count) {
-  std::vector<double> f;
-  for (int i = 0; i < count; ++i) f.push_back(from * std::pow(to / from, i / double(count - 1)));
-  return f;
-}
-
-std::vector<double> oracleDB(double fs, const std::string& form, double lo, double hi,
-                             const std::vector<double>& freqs) {
-  const auto input = std::filesystem::temp_directory_path() /
-                     ("corvane-rbj-" + std::to_string(::getpid()) + ".txt");
-  {
-    std::ofstream out(input);
-    out.precision(17);
-    for (double f : freqs) out << f << "\n";
-  }
-  char command[1024];
-  std::snprintf(command, sizeof command, "/usr/bin/python3 %s/rbj_response.py %.17g %s %.17g %.17g < %s",
-                CORVANE_TEST_DATA_DIR, fs, form.c_str(), lo, hi, input.c_str());
-  FILE* pipe = popen(command, "r");
-  std::vector<double> values;
-  char line[128];
-  while (pipe && std::fgets(line, sizeof line, pipe)) values.push_back(std::stod(line));
-  if (pipe) pclose(pipe);
-  std::filesystem::remove(input);
-  return values;
-}
 
 // |H(f)| in dB of the filter as processBiquadStages runs it, from its impulse response.
 std::vector<double> measuredDB(const BiquadFilterSpec& spec, double fs, const std::vector<double>& freqs) {
@@ -50,28 +20,13 @@ std::vector<double> measuredDB(const BiquadFilterSpec& spec, double fs, const st
   h[0] = 1.0f;
   BiquadChannelState state{};
   processBiquadStages(spec, state, h.data(), static_cast<int>(h.size()));
-  // The response has died away long before the end; the tail adds nothing but time.
-  std::size_t length = h.size();
-  while (length > 1 && std::fabs(h[length - 1]) < 1e-12f) --length;
-  std::vector<double> db;
-  for (double f : freqs) {
-    std::complex<double> sum = 0.0;
-    const std::complex<double> step = std::polar(1.0, -2.0 * M_PI * f / fs);
-    std::complex<double> phasor = 1.0;
-    for (std::size_t n = 0; n < length; ++n) {
-      sum += double(h[n]) * phasor;
-      phasor *= step;
-      if ((n & 1023) == 1023) phasor /= std::abs(phasor);
-    }
-    db.push_back(20.0 * std::log10(std::abs(sum)));
-  }
-  return db;
+  return test::responseDB(h, fs, freqs);
 }
 
 void expectMatches(const BiquadFilterSpec& spec, double fs, const std::string& form, double lo,
                    double hi) {
-  const std::vector<double> freqs = logGrid(20.0, 0.45 * fs, 120);
-  const std::vector<double> expected = oracleDB(fs, form, lo, hi, freqs);
+  const std::vector<double> freqs = test::logGrid(20.0, 0.45 * fs, 120);
+  const std::vector<double> expected = test::rbjOracleDB(fs, form, lo, hi, freqs);
   ASSERT_EQ(expected.size(), freqs.size()) << "scipy oracle did not answer";
   const std::vector<double> actual = measuredDB(spec, fs, freqs);
   int compared = 0;
