@@ -125,8 +125,8 @@ int main(int argc, char** argv) {
   }
   char command[1024];
   std::snprintf(command, sizeof command,
-                "sox -q -n -r 48000 -c 8 -b 32 -e float -t raw - synth %.0f whitenoise remix%s "
-                "highpass 120 lowpass 9000 > /dev/null 2>&1",
+                "sox -q -r 48000 -c 8 -n -b 32 -e float -t raw - synth %.0f whitenoise remix%s "
+                "highpass 120 lowpass 9000 2>/dev/null > /dev/null",
                 minutes * 60.0, remix.c_str());
   const double soxStart = wallSeconds();
   const int status = std::system(command);
