@@ -326,7 +326,14 @@ void PlaybackController::displayTick() {
 }
 
 void PlaybackController::housekeeping() {
-  if (_graph.poll() && _listener) _listener->outputDeviceLost();
+  if (!_graph.poll()) return;
+  // The stream is gone: the transport cannot go on playing into nothing.
+  _mirrors._isPlayingAtomic.store(false);
+  setPlaying(false);
+  if (_listener) {
+    _listener->displayTimerShouldRun(false);
+    _listener->outputDeviceLost();
+  }
 }
 
 }  // namespace corvane

@@ -54,7 +54,8 @@ class PlaybackListener {
   // A seek left the transport still: the spectrum should show the place under the playhead.
   virtual void stillPlayheadMoved() {}
   virtual void finalLoudnessPublished(const FinalLoudnessFigures& /*figures*/) {}
-  // The output stream was lost (device gone, server stopped): re-scan the devices.
+  // The output stream was lost (device gone, server stopped). The transport has stopped
+  // playing; re-scan the devices and build a graph on the new selection (setupEngine).
   virtual void outputDeviceLost() {}
 };
 

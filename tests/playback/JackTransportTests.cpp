@@ -268,5 +268,33 @@ TEST_F(JackTransport, ChoosingADeviceWhilePlayingResumesThere) {
   EXPECT_NEAR(x[first] / 0.70794576f, indexCodedSample(static_cast<FrameCount>(resumedAt * 48000), 0), 2e-6);
 }
 
+TEST_F(JackTransport, LosingTheServerStopsTheTransportAndSaysSo) {
+  struct Listener : PlaybackListener {
+    bool lost = false;
+    void outputDeviceLost() override { lost = true; }
+  } listener;
+  const std::string previous = server->name();
+  {
+    auto second = std::make_unique<JackTestServer>(48000, 1024, "-second");
+    JackPlaybackRig rig;
+    rig.controller.setListener(&listener);
+    rig.load(indexCodedBuffer(2, 5 * 48000));
+    ASSERT_TRUE(rig.build());
+    rig.controller.play();
+    rig.runFor(0.2);
+    ASSERT_TRUE(rig.controller.isPlaying());
+    second.reset();
+    rig.runFor(3.0, [&] { return listener.lost; });
+    EXPECT_TRUE(listener.lost);
+    EXPECT_FALSE(rig.controller.isPlaying());
+    // The error-driven re-scan finds no JACK devices left.
+    rig.catalog.refresh();
+    EXPECT_FALSE(rig.catalog.selectedDevice().has_value());
+    EXPECT_TRUE(rig.catalog.outputDevices().empty());
+    rig.controller.setListener(nullptr);
+  }
+  setenv("JACK_DEFAULT_SERVER", previous.c_str(), 1);
+}
+
 }  // namespace
 }  // namespace corvane::test

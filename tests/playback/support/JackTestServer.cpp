@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,8 +28,9 @@ void silentJackError(const char*) {}
 
 }  // namespace
 
-JackTestServer::JackTestServer(unsigned rate, unsigned period) : _rate(rate) {
-  _name = "corvane-test-" + std::to_string(getpid());
+JackTestServer::JackTestServer(unsigned rate, unsigned period, const std::string& suffix)
+    : _rate(rate) {
+  _name = "corvane-test-" + std::to_string(getpid()) + suffix;
   setenv("JACK_DEFAULT_SERVER", _name.c_str(), 1);
   // libjack prints "Cannot connect to server socket" on every probe before the server is up.
   jack_set_error_function(&silentJackError);
@@ -37,6 +39,8 @@ JackTestServer::JackTestServer(unsigned rate, unsigned period) : _rate(rate) {
   _pid = fork();
   if (_pid < 0) throw std::runtime_error("fork failed");
   if (_pid == 0) {
+    // A test that crashes must not leave its server behind.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     const int devnull = open("/dev/null", O_WRONLY);
     if (devnull >= 0) {
       dup2(devnull, STDOUT_FILENO);
@@ -88,11 +92,13 @@ JackCaptureClient::JackCaptureClient(const std::string& clientName, int channels
     _data.emplace_back(_capacity, 0.0f);
   }
   jack_set_process_callback(_client, &JackCaptureClient::process, this);
+  jack_on_shutdown(_client, [](void* self) { static_cast<JackCaptureClient*>(self)->_serverGone.store(true); }, this);
   if (jack_activate(_client) != 0) throw std::runtime_error("cannot activate " + clientName);
 }
 
 JackCaptureClient::~JackCaptureClient() {
-  if (_client) {
+  // A client whose server went away is dead; libjack crashes on a deactivate of it.
+  if (_client && !_serverGone.load()) {
     jack_deactivate(_client);
     jack_client_close(_client);
   }

@@ -18,8 +18,9 @@ namespace corvane::test {
 class JackTestServer {
  public:
   // Starts `jackd --no-realtime -n <unique> -d dummy -r <rate> -p <period> -P 8 -C 8` and waits
-  // until a client can connect. Throws std::runtime_error if it does not come up.
-  explicit JackTestServer(unsigned rate = 48000, unsigned period = 1024);
+  // until a client can connect; `suffix` tells apart two servers of one process. Points
+  // JACK_DEFAULT_SERVER at it. Throws std::runtime_error if it does not come up.
+  explicit JackTestServer(unsigned rate = 48000, unsigned period = 1024, const std::string& suffix = "");
   // Stops the server and waits for its process to end.
   ~JackTestServer();
   JackTestServer(const JackTestServer&) = delete;
@@ -66,6 +67,7 @@ class JackCaptureClient {
   std::vector<std::vector<float>> _data;
   std::size_t _capacity;
   std::atomic<bool> _armed{false};
+  std::atomic<bool> _serverGone{false};
   std::atomic<std::size_t> _recorded{0};
 };
 
