@@ -59,6 +59,16 @@ std::string_view routingPhaseLabel(RoutingPhase phase) {
   return "0°";
 }
 
+std::string_view monitorModeRawValue(MonitorMode mode) {
+  return mode == MonitorMode::pre ? "PRE" : "POST";
+}
+
+std::optional<MonitorMode> monitorModeFromRawValue(std::string_view raw) {
+  if (raw == "PRE") return MonitorMode::pre;
+  if (raw == "POST") return MonitorMode::post;
+  return std::nullopt;
+}
+
 RoutingPhase nextRoutingPhase(RoutingPhase phase) {
   switch (phase) {
     case RoutingPhase::inPhase: return RoutingPhase::plus90;

@@ -49,6 +49,15 @@ std::optional<RoutingPhase> routingPhaseFromDegrees(int degrees);
 std::string_view routingPhaseLabel(RoutingPhase phase);
 // The next phase of the matrix's phasor: 0° → +90° → −90° → 180° → 0°.
 RoutingPhase nextRoutingPhase(RoutingPhase phase);
+// What the channel meters show: the source before routing (`pre`, "PRE") or what leaves the
+// graph (`post`, "POST"). It changes only the reading, never the audio; the render side has
+// no use for it.
+enum class MonitorMode { pre, post };
+// "PRE" or "POST", as stored.
+std::string_view monitorModeRawValue(MonitorMode mode);
+// The mode of a stored raw value; nothing for any other text.
+std::optional<MonitorMode> monitorModeFromRawValue(std::string_view raw);
+
 // Whether the phase needs the quadrature (Hilbert) signal of its source.
 constexpr bool needsQuadrature(RoutingPhase phase) {
   return phase == RoutingPhase::plus90 || phase == RoutingPhase::minus90;

@@ -60,12 +60,8 @@ void PlaybackController::loadSource(std::optional<PlaybackSource> source) {
   _selection.reset();
   _mirrors._atomicSelection.publish(nullptr);
   _finalLoudness.reset();
-  if (!_source.buffer) {
-    _mirrors._atomicSource.publish(nullptr);
-    return;
-  }
-  // Rings for the analysis feed are the measurement layer's; a fresh set per file keeps a
-  // previous file's samples out of the first spectra.
+  // The source mirror itself is written by setupEngine, which builds the graph for it.
+  if (!_source.buffer) _mirrors._atomicSource.publish(nullptr);
 }
 
 bool PlaybackController::setupEngine() {
@@ -282,9 +278,7 @@ bool PlaybackController::setPreservePitch(bool preserve) {
 void PlaybackController::setRoutings(ChannelRoutings routings) {
   _routings = std::move(routings);
   _mirrors._atomicRoutings.publish(std::make_unique<RenderRouting>(compileRenderRouting(_routings)));
-  const PhaseShiftNeeds needs = phaseShiftNeeds(_routings);
-  _mirrors._atomicAnyPhaseShift.store(needs.anyPhaseShift);
-  _mirrors._atomicSrcQuadMask.store(needs.srcQuadMask);
+  syncPhaseAtomics(_routings, _mirrors);
   if (_mirrors._atomicUseIdentityRouting.load() && !_loadInProgress && _graph.exists()) {
     rebuildLiveGraphPreservingPlayback();
   }

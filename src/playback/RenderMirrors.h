@@ -129,4 +129,8 @@ class RenderMirrors {
   std::size_t collectRetired() { return retirer.collect(); }
 };
 
+// Main thread: recomputes `_atomicAnyPhaseShift` and `_atomicSrcQuadMask` from a routing
+// (phaseShiftNeeds). Called with every routing handed to the render side.
+void syncPhaseAtomics(const ChannelRoutings& routings, RenderMirrors& mirrors);
+
 }  // namespace corvane

@@ -1,5 +1,7 @@
 #include "playback/RenderRouting.h"
 
+#include "playback/RenderMirrors.h"
+
 namespace corvane {
 
 RenderRouting compileRenderRouting(const ChannelRoutings& routings) {
@@ -13,6 +15,12 @@ RenderRouting compileRenderRouting(const ChannelRoutings& routings) {
     compiled.firstSource.push_back(static_cast<int>(compiled.sources.size()));
   }
   return compiled;
+}
+
+void syncPhaseAtomics(const ChannelRoutings& routings, RenderMirrors& mirrors) {
+  const PhaseShiftNeeds needs = phaseShiftNeeds(routings);
+  mirrors._atomicSrcQuadMask.store(needs.srcQuadMask);
+  mirrors._atomicAnyPhaseShift.store(needs.anyPhaseShift);
 }
 
 }  // namespace corvane

@@ -161,6 +161,12 @@ TEST(RoutingPhases, LabelsRawValuesAndQuadratureNeeds) {
   EXPECT_EQ(needs.srcQuadMask, 0b10u);
 }
 
+TEST(MonitorModes, RawValues) {
+  EXPECT_EQ(monitorModeRawValue(MonitorMode::pre), "PRE");
+  EXPECT_EQ(monitorModeFromRawValue("POST"), MonitorMode::post);
+  EXPECT_FALSE(monitorModeFromRawValue("post").has_value());
+}
+
 TEST(EditModeChannelMap, FollowsTheFirstSlotWithinTheGraph) {
   ChannelRoutings routings = defaultRoutings(2, 4, {});
   // out 0: L, out 1: R, out 2 and 3 placeholders → silent.
