@@ -1,7 +1,7 @@
 #include "playback/AudioDeviceCatalog.h"
 
 #include <alsa/asoundlib.h>
-#include <rtaudio/RtAudio.h>
+#include "playback/RtAudioBackend.h"
 
 #include <algorithm>
 #include <mutex>
@@ -9,15 +9,6 @@
 namespace corvane {
 
 namespace {
-
-RtAudio::Api rtApiOf(AudioBackend backend) {
-  switch (backend) {
-    case AudioBackend::jack: return RtAudio::UNIX_JACK;
-    case AudioBackend::pulse: return RtAudio::LINUX_PULSE;
-    case AudioBackend::alsa: return RtAudio::LINUX_ALSA;
-  }
-  return RtAudio::UNSPECIFIED;
-}
 
 void ignoreAlsaMessage(const char*, int, const char*, int, const char*, ...) {}
 
@@ -31,7 +22,7 @@ void silenceAlsaLibraryMessages() {
 bool backendCompiled(AudioBackend backend) {
   std::vector<RtAudio::Api> apis;
   RtAudio::getCompiledApi(apis);
-  return std::find(apis.begin(), apis.end(), rtApiOf(backend)) != apis.end();
+  return std::find(apis.begin(), apis.end(), rtAudioApiOf(backend)) != apis.end();
 }
 
 }  // namespace
@@ -63,7 +54,7 @@ AudioDeviceScan scanAudioDevices(const std::vector<AudioBackend>& backends,
   for (AudioBackend backend : backends) {
     if (!backendCompiled(backend)) continue;
     try {
-      RtAudio rt(rtApiOf(backend));
+      RtAudio rt(rtAudioApiOf(backend));
       rt.showWarnings(false);
       const unsigned count = rt.getDeviceCount();
       for (unsigned i = 0; i < count; ++i) {

@@ -1,6 +1,6 @@
 #include "playback/AudioOutputStream.h"
 
-#include <rtaudio/RtAudio.h>
+#include "playback/RtAudioBackend.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,15 +19,6 @@ void countStreamError(RtAudioError::Type type, const std::string& text) {
   gStreamErrors.fetch_add(1, std::memory_order_relaxed);
   std::printf("[Playback] audio device error: %s\n", text.c_str());
   std::fflush(stdout);
-}
-
-RtAudio::Api rtApiOf(AudioBackend backend) {
-  switch (backend) {
-    case AudioBackend::jack: return RtAudio::UNIX_JACK;
-    case AudioBackend::pulse: return RtAudio::LINUX_PULSE;
-    case AudioBackend::alsa: return RtAudio::LINUX_ALSA;
-  }
-  return RtAudio::UNSPECIFIED;
 }
 
 }  // namespace
@@ -53,7 +44,7 @@ double AudioOutputStream::streamRateFor(const AudioOutputDevice& device, double 
 void AudioOutputStream::open(const Params& params, RenderFunction render, void* context) {
   close();
   _device = params.device;
-  auto rt = std::make_unique<RtAudio>(rtApiOf(params.device.backend));
+  auto rt = std::make_unique<RtAudio>(rtAudioApiOf(params.device.backend));
   rt->showWarnings(false);
   // The device's position in the list of the moment: ids are names, indexes are not stable.
   unsigned index = 0;

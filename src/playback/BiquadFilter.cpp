@@ -9,28 +9,16 @@ namespace {
 
 constexpr double kEdgeLimitFraction = 0.45;
 
-BiquadCoeffs highPass(float f, float fs) {
+// The RBJ high-pass or low-pass at Q = 1/√2.
+BiquadCoeffs secondOrderPass(float f, float fs, bool high) {
   const float w = 6.283185f * f / fs;
   const float cw = std::cos(w);
   const float alpha = std::sin(w) / 1.4142f;
   const float a0 = 1.0f + alpha;
+  const float edge = high ? 1.0f + cw : 1.0f - cw;
   BiquadCoeffs c;
-  c.b0 = (1.0f + cw) / 2.0f / a0;
-  c.b1 = -(1.0f + cw) / a0;
-  c.b2 = c.b0;
-  c.a1 = -2.0f * cw / a0;
-  c.a2 = (1.0f - alpha) / a0;
-  return c;
-}
-
-BiquadCoeffs lowPass(float f, float fs) {
-  const float w = 6.283185f * f / fs;
-  const float cw = std::cos(w);
-  const float alpha = std::sin(w) / 1.4142f;
-  const float a0 = 1.0f + alpha;
-  BiquadCoeffs c;
-  c.b0 = (1.0f - cw) / 2.0f / a0;
-  c.b1 = (1.0f - cw) / a0;
+  c.b0 = edge / 2.0f / a0;
+  c.b1 = (high ? -edge : edge) / a0;
   c.b2 = c.b0;
   c.a1 = -2.0f * cw / a0;
   c.a2 = (1.0f - alpha) / a0;
@@ -107,8 +95,8 @@ BiquadFilterSpec makeCallbackFilterSpec(FreqRange selection, FreqFilterMode mode
   const float hi = static_cast<float>(edges.highHz);
   BiquadFilterSpec spec;
   if (mode == FreqFilterMode::bandPass) {
-    spec.hp = highPass(lo, fs);
-    spec.lp = lowPass(hi, fs);
+    spec.hp = secondOrderPass(lo, fs, true);
+    spec.lp = secondOrderPass(hi, fs, false);
   } else {
     spec.notch = notch(lo, hi, fs);
   }

@@ -13,12 +13,7 @@
 namespace corvane::test {
 namespace {
 
-class JackPlayback : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { server = std::make_unique<JackTestServer>(); }
-  static void TearDownTestSuite() { server.reset(); }
-  static inline std::unique_ptr<JackTestServer> server;
-};
+using JackPlayback = OnJackServer;
 
 // Where the audio starts on the captured ports: the first non-silent sample of any of them.
 long captureStart(const JackPlaybackRig& rig, int channels) {

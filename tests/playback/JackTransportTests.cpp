@@ -11,12 +11,7 @@
 namespace corvane::test {
 namespace {
 
-class JackTransport : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { server = std::make_unique<JackTestServer>(); }
-  static void TearDownTestSuite() { server.reset(); }
-  static inline std::unique_ptr<JackTestServer> server;
-};
+using JackTransport = OnJackServer;
 
 // A captured channel as runs of consecutive frames: (first frame, length) in capture order,
 // silence skipped. Fails the test on a sample that is not index-coded for `channel`.

@@ -67,12 +67,8 @@ int posix_memalign(void** out, size_t alignment, size_t size) {
 namespace corvane::test {
 namespace {
 
-class RenderAllocations : public ::testing::Test {
+class RenderAllocations : public OnJackServer {
  protected:
-  static void SetUpTestSuite() { server = std::make_unique<JackTestServer>(); }
-  static void TearDownTestSuite() { server.reset(); }
-  static inline std::unique_ptr<JackTestServer> server;
-
   void SetUp() override {
     gRenderAllocations.store(0);
     gRenderRuns.store(0);

@@ -5,6 +5,7 @@
 // user's own server never meet; JACK_DEFAULT_SERVER points every client of this process at it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <jack/jack.h>
 #include <sys/types.h>
 
@@ -33,6 +34,14 @@ class JackTestServer {
   std::string _name;
   unsigned _rate;
   pid_t _pid = -1;
+};
+
+// A test suite that shares one private server among its tests.
+class OnJackServer : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { server = std::make_unique<JackTestServer>(); }
+  static void TearDownTestSuite() { server.reset(); }
+  static inline std::unique_ptr<JackTestServer> server;
 };
 
 // A JACK client with `channels` input ports ("in_1" ...) that records while armed.
