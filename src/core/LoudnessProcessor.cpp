@@ -259,6 +259,7 @@ struct LoudnessProcessor::State {
   LevelHistogram rangeHistogram;
   LevelHistogram noiseHistogram;
   std::int64_t speechBlocks = 0;
+  int speechRun = 0;  // consecutive speech blocks up to the newest
 
   // --- speech ---
   SharedSpeechHistory speech;
@@ -334,6 +335,7 @@ struct LoudnessProcessor::State {
     rangeHistogram.clear();
     noiseHistogram.clear();
     speechBlocks = 0;
+    speechRun = 0;
     history.clear();
     historyFailed = false;
     momentary.store(kNegativeInfinity, std::memory_order_relaxed);
@@ -387,7 +389,14 @@ struct LoudnessProcessor::State {
     std::fill(accRaw.begin(), accRaw.end(), 0.0);
     blockEnergy += weighted;
     subRing.push(weighted, frames);
-    maxMomentaryEnergy = std::max(maxMomentaryEnergy, subRing.mean(kMomentarySubBlocks));
+    // Momentary and its maximum follow the 10 ms steps, so a live meter sees a peak as soon
+    // as its 400 ms have passed, not at the next block boundary.
+    const double momentaryEnergy = subRing.mean(kMomentarySubBlocks);
+    if (momentaryEnergy > maxMomentaryEnergy) {
+      maxMomentaryEnergy = momentaryEnergy;
+      maxMomentary.store(loudnessOf(maxMomentaryEnergy), std::memory_order_release);
+    }
+    momentary.store(loudnessOf(momentaryEnergy), std::memory_order_release);
   }
 
   float blockTruePeak(std::int64_t block) const {
@@ -398,8 +407,11 @@ struct LoudnessProcessor::State {
 
   // Closes the current block of `frames` frames (blockFrames, or fewer on a flush).
   void finishBlock(FrameCount frames) {
-    const bool wholeWindows = blocksSinceReset >= kMomentaryBlocks;
-    const bool wholeShortTerm = blocksSinceReset >= kShortTermBlocks;
+    // Windows count for gating and range only when they hold audio all through: the complete
+    // blocks fed so far, this one included unless it is a flushed part-block.
+    const std::int64_t completeBlocks = blocksSinceReset + (frames == blockFrames ? 1 : 0);
+    const bool wholeWindows = completeBlocks >= kMomentaryBlocks;
+    const bool wholeShortTerm = completeBlocks >= kShortTermBlocks;
     const std::int64_t block = blocksSinceReset;
     ++blocksSinceReset;
     blockRing.push(blockEnergy, frames);
@@ -410,9 +422,10 @@ struct LoudnessProcessor::State {
     maxShortTermEnergy = std::max(maxShortTermEnergy, shortTermEnergy);
 
     const bool speechBlock = isSpeechBlock();
+    speechRun = speechBlock ? speechRun + 1 : 0;
     if (wholeWindows && momentaryLUFS > kAbsoluteGate) {
       integratedHistogram.add(momentaryLUFS, momentaryEnergy);
-      if (speechBlock) speechHistogram.add(momentaryLUFS, momentaryEnergy);
+      if (speechRun >= kMomentaryBlocks) speechHistogram.add(momentaryLUFS, momentaryEnergy);
     }
     if (wholeShortTerm && shortTermLUFS >= kAbsoluteGate) {
       rangeHistogram.add(shortTermLUFS, shortTermEnergy);
@@ -434,7 +447,7 @@ struct LoudnessProcessor::State {
 
     const double integratedLUFS = gatedLoudness(integratedHistogram);
     const float blockPeak = blockTruePeak(block);
-    publish(momentaryLUFS, shortTermLUFS, integratedLUFS, blockPeak);
+    publish(shortTermLUFS, integratedLUFS, blockPeak);
     if (offline && !historyFailed) {
       try {
         history.push_back({static_cast<float>(momentaryLUFS), static_cast<float>(shortTermLUFS),
@@ -453,13 +466,12 @@ struct LoudnessProcessor::State {
     subIndex = 0;
   }
 
-  void publish(double momentaryLUFS, double shortTermLUFS, double integratedLUFS, float blockPeak) {
+  // Momentary and its maximum are published per 10 ms step (finishSubBlock), the rest here.
+  void publish(double shortTermLUFS, double integratedLUFS, float blockPeak) {
     constexpr auto order = std::memory_order_release;
-    momentary.store(momentaryLUFS, order);
     shortTerm.store(shortTermLUFS, order);
     integrated.store(integratedLUFS, order);
     range.store(loudnessRangeOf(rangeHistogram), order);
-    maxMomentary.store(loudnessOf(maxMomentaryEnergy), order);
     maxShortTerm.store(loudnessOf(maxShortTermEnergy), order);
     currentTruePeak.store(linearToDB(static_cast<double>(blockPeak)), order);
     if (speech) {

@@ -19,10 +19,11 @@
 //     processor's sample rate from the standard's 48 kHz definition, so every rate from 8 kHz to
 //     768 kHz measures the same analogue response. Channel energies are summed with the channel
 //     weights given at construction (1.0, 1.41 for side/surround positions, 0 for LFE).
-//   * Momentary: the 400 ms window ending at the newest complete block. Short-term: the 3 s
-//     window ending there. Windows that reach back before the first frame since the last reset
-//     read the missing part as silence (a meter starting from silence), so the first blocks
-//     already carry values.
+//   * Momentary: the 400 ms window, published every 10 ms step (in the block history: the
+//     window ending at each block). Short-term: the 3 s window ending at the newest complete
+//     block. Windows that reach back before the first frame since the last reset read the
+//     missing part as silence (a meter starting from silence), so the first blocks already
+//     carry values.
 //   * Integrated: BS.1770 gating over the 400 ms gating blocks at the 0.1 s hop (75 %
 //     overlap): absolute gate −70 LUFS, relative gate −10 LU. Only complete 400 ms windows are
 //     gating blocks. The gating uses histograms of 0.01 LU bins holding exact energy sums, so a
@@ -50,7 +51,9 @@
 // setBlockIndex() when playback jumps. A block is speech when a history is present, the index
 // lies inside it and its entry is true; every other block is non-speech. Definitions:
 //   * speechGatedLUFS: the BS.1770 integrated measurement (same gates) over only those 400 ms
-//     gating blocks whose newest 0.1 s block is speech. Negative infinity without speech.
+//     gating blocks that lie wholly in speech (all four of their 0.1 s blocks are speech), so
+//     the windows at the start and end of a phrase, which mix in the pause, do not pull the
+//     figure down. Negative infinity without such a window.
 //   * speechPercentage: 100 × speech blocks / all blocks completed since the last reset; 0 when
 //     no history is present.
 //   * speechGatedNoiseFloorDBRMS: the 10th percentile (nearest rank) of the unweighted RMS

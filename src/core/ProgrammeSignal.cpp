@@ -58,7 +58,6 @@ class OnePole {
  public:
   void setCutoff(double frequency, double rate) { _a = std::exp(-kTwoPi * frequency / rate); }
   double lowPass(double x) { return _y = (1.0 - _a) * x + _a * _y; }
-  double highPass(double x) { return x - lowPass(x); }
 
  private:
   double _a = 0.0, _y = 0.0;
@@ -139,9 +138,12 @@ SharedAudioBuffer synthesiseProgramme(const ProgrammeSignalOptions& options) {
   std::array<BandPass, 3> formant;
   BandPass snareBand;
   snareBand.set(1800.0, 0.9, rate);
-  OnePole hatFilter, fricativeFilter, lfeFilter;
-  hatFilter.setCutoff(7000.0, rate);
-  fricativeFilter.setCutoff(3500.0, rate);
+  // Bright parts stay band-limited (hats around 8 kHz, fricatives around 5 kHz): like real
+  // programmes, the material has little energy in the last octave below Nyquist.
+  BandPass hatFilter, fricativeFilter;
+  hatFilter.set(8000.0, 1.2, rate);
+  fricativeFilter.set(5000.0, 1.5, rate);
+  OnePole lfeFilter;
   lfeFilter.setCutoff(120.0, rate);
   std::vector<OnePole> roomFilters(static_cast<std::size_t>(channels));
   std::vector<OnePole> ambienceFilters(static_cast<std::size_t>(channels));
@@ -197,7 +199,7 @@ SharedAudioBuffer synthesiseProgramme(const ProgrammeSignalOptions& options) {
                 std::exp(-inBeat / 0.05) * 0.5 * std::sin(kTwoPi * snarePhase);
       }
       const double inEighth = std::fmod(t, kBeat / 2);
-      const double hat = std::exp(-inEighth / 0.02) * hatFilter.highPass(random.noise()) * 0.25;
+      const double hat = std::exp(-inEighth / 0.02) * hatFilter(random.noise()) * 0.35;
       low = gain * (0.35 * bass + 0.55 * kick);
       musicL = gain * (musicL + 0.35 * snare + 0.6 * hat) + low;
       musicR = gain * (musicR + 0.35 * snare + 1.0 * hat) + low;
@@ -218,10 +220,21 @@ SharedAudioBuffer synthesiseProgramme(const ProgrammeSignalOptions& options) {
         }
         const double f0 = vowelF0 * (1.0 + 0.08 * std::sin(kTwoPi * 2.5 * inSyllable));
         voicePhase = std::fmod(voicePhase + f0 / rate, 1.0);
-        const double buzz = 2.0 * voicePhase - 1.0;
+        // Sawtooth-like glottal source, additive and band-limited to 5 kHz so it does not alias.
+        const double theta = kTwoPi * voicePhase;
+        const int harmonics = std::max(1, static_cast<int>(std::min(5000.0, 0.45 * rate) / f0));
+        const double twoCos = 2.0 * std::cos(theta);
+        double previous = 0.0, current = std::sin(theta), buzz = 0.0;
+        for (int k = 1; k <= harmonics; ++k) {
+          buzz += current / k;
+          const double next = twoCos * current - previous;
+          previous = current;
+          current = next;
+        }
+        buzz *= 0.6;
         const double voiced = formant[0](buzz) + 0.6 * formant[1](buzz) + 0.3 * formant[2](buzz);
         double unvoiced = 0.0;
-        if (s.fricative && inSyllable < 0.05) unvoiced = 0.5 * fricativeFilter.highPass(random.noise()) * (1.0 - inSyllable / 0.05);
+        if (s.fricative && inSyllable < 0.05) unvoiced = 0.6 * fricativeFilter(random.noise()) * (1.0 - inSyllable / 0.05);
         speech = 0.9 * s.level * envelope(inSyllable, s.length, 0.025, 0.2, 0.7, 0.06) * voiced + unvoiced * s.level;
       }
     }
