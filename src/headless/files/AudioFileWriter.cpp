@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -32,10 +33,11 @@ std::string displayName(const std::filesystem::path& url) {
 
 int sndfileChannel(ChannelPosition position) {
   switch (position) {
-    case ChannelPosition::FrontLeft: return SF_CHANNEL_MAP_FRONT_LEFT;
-    case ChannelPosition::FrontRight: return SF_CHANNEL_MAP_FRONT_RIGHT;
+    // libsndfile's WAV channel masks know the front speakers only by these names.
+    case ChannelPosition::FrontLeft: return SF_CHANNEL_MAP_LEFT;
+    case ChannelPosition::FrontRight: return SF_CHANNEL_MAP_RIGHT;
     case ChannelPosition::FrontCenter:
-    case ChannelPosition::Mono: return SF_CHANNEL_MAP_FRONT_CENTER;
+    case ChannelPosition::Mono: return SF_CHANNEL_MAP_CENTER;
     case ChannelPosition::LowFrequency: return SF_CHANNEL_MAP_LFE;
     case ChannelPosition::BackLeft: return SF_CHANNEL_MAP_REAR_LEFT;
     case ChannelPosition::BackRight: return SF_CHANNEL_MAP_REAR_RIGHT;
@@ -109,7 +111,14 @@ class SndfileWriter final : public AudioFileWriter {
     SF_INFO info{};
     info.samplerate = static_cast<int>(settings.format.sampleRate);
     info.channels = settings.format.channelCount;
-    info.format = major | sndfileSubtype(settings) | (settings.bigEndian ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE);
+    info.format = major | sndfileSubtype(settings);
+    // libsndfile writes integer AIFF as plain AIFF by default; asked for big-endian explicitly
+    // it writes AIFF-C ('twos', 'in24', 'in32'), which is how an AIFF-C stays AIFF-C. Floats
+    // are AIFF-C ('fl32', 'fl64') either way.
+    if (settings.container == AudioContainer::aiffc && !isFloat(settings.encoding) &&
+        settings.encoding != PCMEncoding::int8) {
+      info.format |= SF_ENDIAN_BIG;
+    }
     if (!sf_format_check(&info)) {
       throw AudioWriteError("Corvane can't write " + std::string(label(settings.encoding)) + " samples into a " +
                             std::string(corvane::displayName(settings.container)) + " file.");
@@ -128,7 +137,10 @@ class SndfileWriter final : public AudioFileWriter {
         std::none_of(positions.begin(), positions.end(), [](ChannelPosition p) { return p == ChannelPosition::Unknown; })) {
       std::vector<int> map;
       for (auto position : positions) map.push_back(sndfileChannel(position));
-      sf_command(_file, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(map.size() * sizeof(int)));
+      if (sf_command(_file, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(map.size() * sizeof(int))) != SF_TRUE) {
+        std::printf("[Files] %s: libsndfile refused the channel layout; the file is written without it\n",
+                    displayName(_url).c_str());
+      }
     }
   }
 

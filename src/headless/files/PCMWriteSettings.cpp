@@ -30,11 +30,7 @@ PCMWriteSettings PCMWriteSettings::make(AudioContainer container, const AudioStr
   settings.container = container;
   settings.encoding = encoding;
   settings.format = format;
-  switch (container) {
-    case AudioContainer::aiff: settings.bigEndian = true; break;
-    case AudioContainer::aiffc: settings.bigEndian = isFloat(encoding); break;
-    default: settings.bigEndian = false; break;
-  }
+  settings.bigEndian = container == AudioContainer::aiff || container == AudioContainer::aiffc;
   return settings;
 }
 
