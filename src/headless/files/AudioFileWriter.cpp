@@ -78,27 +78,30 @@ class SndfileWriter final : public AudioFileWriter {
  public:
   SndfileWriter(const PCMWriteSettings& settings, std::filesystem::path url, detail::UniqueFd owned, int fd)
       : AudioFileWriter(settings, std::move(url)), _owned(std::move(owned)) {
-    const auto dataBytes = settings.expectedFrames
-                               ? std::optional<std::int64_t>(*settings.expectedFrames * settings.bytesPerSample() *
-                                                             settings.format.channelCount)
-                               : std::nullopt;
+    // -1 when the caller doesn't know how much it will write.
+    const std::int64_t dataBytes =
+        settings.expectedFrames ? *settings.expectedFrames * settings.bytesPerSample() * settings.format.channelCount : -1;
     const bool aiff = settings.container == AudioContainer::aiff || settings.container == AudioContainer::aiffc;
-    if (aiff && dataBytes && *dataBytes > kMax32BitDataBytes) {
+    if (aiff && dataBytes > kMax32BitDataBytes) {
       throw AudioWriteError(displayName(_url) + " would hold more than 4 GB of audio, which AIFF can't. Save it as "
                             "RF64, Wave64 or CAF.");
     }
-    const bool multichannel = settings.format.channelCount > 2;
+    const auto& positions = settings.format.channelPositions;
+    const bool maskable = !positions.empty() && ChannelOrder::wavPreservesChannelOrder(positions) &&
+                          std::none_of(positions.begin(), positions.end(),
+                                       [](ChannelPosition p) { return p == ChannelPosition::Unknown; });
+    const bool extensible = settings.format.channelCount > 2 || maskable;
     int major = SF_FORMAT_WAV;
     _autoDowngrade = false;
     switch (settings.container) {
       case AudioContainer::wav:
-        if (dataBytes && *dataBytes <= kMax32BitDataBytes) {
-          major = multichannel ? SF_FORMAT_WAVEX : SF_FORMAT_WAV;
+        if (dataBytes >= 0 && dataBytes <= kMax32BitDataBytes) {
+          major = extensible ? SF_FORMAT_WAVEX : SF_FORMAT_WAV;
         } else {
           // Begun as RF64 (room for 64-bit sizes) and turned back into a WAV at the end if it
           // stayed below 4 GiB.
           major = SF_FORMAT_RF64;
-          _autoDowngrade = !dataBytes;
+          _autoDowngrade = dataBytes < 0;
         }
         break;
       case AudioContainer::rf64: major = SF_FORMAT_RF64; break;
@@ -111,14 +114,9 @@ class SndfileWriter final : public AudioFileWriter {
     SF_INFO info{};
     info.samplerate = static_cast<int>(settings.format.sampleRate);
     info.channels = settings.format.channelCount;
+    // Integer AIFF is plain AIFF (AIFF-C integers have their own writer); float AIFF and
+    // AIFF-C are libsndfile's AIFF-C 'fl32'/'fl64'.
     info.format = major | sndfileSubtype(settings);
-    // libsndfile writes integer AIFF as plain AIFF by default; asked for big-endian explicitly
-    // it writes AIFF-C ('twos', 'in24', 'in32'), which is how an AIFF-C stays AIFF-C. Floats
-    // are AIFF-C ('fl32', 'fl64') either way.
-    if (settings.container == AudioContainer::aiffc && !isFloat(settings.encoding) &&
-        settings.encoding != PCMEncoding::int8) {
-      info.format |= SF_ENDIAN_BIG;
-    }
     if (!sf_format_check(&info)) {
       throw AudioWriteError("Corvane can't write " + std::string(label(settings.encoding)) + " samples into a " +
                             std::string(corvane::displayName(settings.container)) + " file.");
@@ -131,10 +129,8 @@ class SndfileWriter final : public AudioFileWriter {
       throw AudioWriteError("Couldn't start writing " + displayName(_url) + ": " + sf_strerror(nullptr) + ".");
     }
     if (_autoDowngrade) sf_command(_file, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-    const auto& positions = settings.format.channelPositions;
     const bool storesMask = major == SF_FORMAT_WAVEX || major == SF_FORMAT_RF64;
-    if (storesMask && !positions.empty() && ChannelOrder::wavPreservesChannelOrder(positions) &&
-        std::none_of(positions.begin(), positions.end(), [](ChannelPosition p) { return p == ChannelPosition::Unknown; })) {
+    if (storesMask && maskable) {
       std::vector<int> map;
       for (auto position : positions) map.push_back(sndfileChannel(position));
       if (sf_command(_file, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(map.size() * sizeof(int))) != SF_TRUE) {
@@ -218,7 +214,9 @@ void putBE64(std::vector<unsigned char>& out, std::uint64_t v) {
   putBE32(out, static_cast<std::uint32_t>(v >> 32));
   putBE32(out, static_cast<std::uint32_t>(v));
 }
-void putTag(std::vector<unsigned char>& out, const char* tag) { out.insert(out.end(), tag, tag + 4); }
+void putTag(std::vector<unsigned char>& out, const char* tag) {
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(tag[i]));
+}
 
 // Core Audio channel labels (kAudioChannelLabel_*) for WAV-style positions: the rear pair is
 // "Left/Right Surround", the side pair "Left/Right Surround Direct", as in WAV's mask.
@@ -300,10 +298,96 @@ std::vector<unsigned char> cafChannelLayout(const std::vector<ChannelPosition>& 
   return body;
 }
 
-class CafWriter final : public AudioFileWriter {
+// Containers whose headers Corvane writes itself: the samples go out as bytes in the
+// container's byte order.
+class ByteStreamWriter : public AudioFileWriter {
+ protected:
+  ByteStreamWriter(const PCMWriteSettings& settings, std::filesystem::path url, detail::UniqueFd owned, int fd,
+                   bool bigEndianSamples)
+      : AudioFileWriter(settings, std::move(url)), _owned(std::move(owned)), _fd(fd), _bigEndian(bigEndianSamples) {}
+
+  void appendInt32(const std::int32_t* interleaved, FrameCount frames) override {
+    const std::size_t samples = sampleCount(frames);
+    const int bytes = _settings.bytesPerSample();
+    _bytes.resize(samples * static_cast<std::size_t>(bytes));
+    unsigned char* out = _bytes.data();
+    for (std::size_t i = 0; i < samples; ++i) {
+      // Left-aligned int32: the stored sample is its top `bytes` bytes.
+      const auto value = static_cast<std::uint32_t>(interleaved[i]);
+      for (int b = 0; b < bytes; ++b) {
+        const int byte = _bigEndian ? bytes - 1 - b : b;
+        *out++ = static_cast<unsigned char>(value >> (8 * (4 - bytes + byte)));
+      }
+    }
+    writeAll(_bytes.data(), _bytes.size());
+  }
+  void appendFloat(const float* interleaved, FrameCount frames) override {
+    const std::size_t samples = sampleCount(frames);
+    _bytes.resize(samples * 4);
+    for (std::size_t i = 0; i < samples; ++i) {
+      std::uint32_t bits;
+      std::memcpy(&bits, &interleaved[i], 4);
+      storeBytes(&_bytes[4 * i], bits, 4);
+    }
+    writeAll(_bytes.data(), _bytes.size());
+  }
+  void appendDouble(const double* interleaved, FrameCount frames) override {
+    const std::size_t samples = sampleCount(frames);
+    _bytes.resize(samples * 8);
+    for (std::size_t i = 0; i < samples; ++i) {
+      std::uint64_t bits;
+      std::memcpy(&bits, &interleaved[i], 8);
+      storeBytes(&_bytes[8 * i], bits, 8);
+    }
+    writeAll(_bytes.data(), _bytes.size());
+  }
+
+  void writeAll(const unsigned char* data, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+      const ssize_t n = ::write(_fd, data + done, size - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) failWrite(n < 0 ? errno : EIO);
+      done += static_cast<std::size_t>(n);
+    }
+  }
+
+  void writeAt(std::int64_t offset, const std::vector<unsigned char>& data) {
+    std::size_t done = 0;
+    while (done < data.size()) {
+      const ssize_t n = ::pwrite(_fd, data.data() + done, data.size() - done, static_cast<off_t>(offset) + static_cast<off_t>(done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) failWrite(n < 0 ? errno : EIO);
+      done += static_cast<std::size_t>(n);
+    }
+  }
+
+  std::int64_t dataBytes() const {
+    return _framesWritten * _settings.bytesPerSample() * _settings.format.channelCount;
+  }
+
+ private:
+  std::size_t sampleCount(FrameCount frames) const {
+    return static_cast<std::size_t>(frames) * static_cast<std::size_t>(_settings.format.channelCount);
+  }
+  void storeBytes(unsigned char* out, std::uint64_t bits, int width) const {
+    for (int b = 0; b < width; ++b) {
+      out[_bigEndian ? width - 1 - b : b] = static_cast<unsigned char>(bits >> (8 * b));
+    }
+  }
+
+  detail::UniqueFd _owned;
+  int _fd;
+  bool _bigEndian;
+  std::vector<unsigned char> _bytes;
+};
+
+// CAF, little-endian, with its channel layout. The data chunk is declared as running to the
+// end of the file until finish() records its size.
+class CafWriter final : public ByteStreamWriter {
  public:
   CafWriter(const PCMWriteSettings& settings, std::filesystem::path url, detail::UniqueFd owned, int fd)
-      : AudioFileWriter(settings, std::move(url)), _owned(std::move(owned)), _fd(fd) {
+      : ByteStreamWriter(settings, std::move(url), std::move(owned), fd, false) {
     std::vector<unsigned char> header;
     putTag(header, "caff");
     putBE16(header, 1);
@@ -316,8 +400,7 @@ class CafWriter final : public AudioFileWriter {
     putBE64(header, rateBits);
     putTag(header, "lpcm");
     putBE32(header, (isFloat(settings.encoding) ? 1u : 0u) | 2u);  // float flag, little-endian flag
-    const auto bytesPerFrame = static_cast<std::uint32_t>(settings.bytesPerSample() * settings.format.channelCount);
-    putBE32(header, bytesPerFrame);
+    putBE32(header, static_cast<std::uint32_t>(settings.bytesPerSample() * settings.format.channelCount));
     putBE32(header, 1);
     putBE32(header, static_cast<std::uint32_t>(settings.format.channelCount));
     putBE32(header, static_cast<std::uint32_t>(bitDepth(settings.encoding)));
@@ -332,7 +415,6 @@ class CafWriter final : public AudioFileWriter {
     putBE64(header, 0xFFFFFFFFFFFFFFFFull);  // -1: the data runs to the end of the file
     putBE32(header, 0);                      // edit count
     writeAll(header.data(), header.size());
-    _bytes.reserve(static_cast<std::size_t>(kChunkFrames) * bytesPerFrame);
   }
 
   void updateHeader() override {}
@@ -341,70 +423,101 @@ class CafWriter final : public AudioFileWriter {
     if (_finished) return;
     _finished = true;
     std::vector<unsigned char> size;
-    putBE64(size, static_cast<std::uint64_t>(4 + _framesWritten * _settings.bytesPerSample() * _settings.format.channelCount));
-    std::size_t done = 0;
-    while (done < size.size()) {
-      const ssize_t n = ::pwrite(_fd, size.data() + done, size.size() - done, static_cast<off_t>(_dataSizeOffset) + static_cast<off_t>(done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) failWrite(n < 0 ? errno : EIO);
-      done += static_cast<std::size_t>(n);
+    putBE64(size, static_cast<std::uint64_t>(4 + dataBytes()));
+    writeAt(_dataSizeOffset, size);
+  }
+
+ private:
+  std::int64_t _dataSizeOffset = 0;
+};
+
+// The 80-bit IEEE extended number of a whole positive rate, as AIFF stores it.
+void putExtended80(std::vector<unsigned char>& out, double rate) {
+  auto value = static_cast<std::uint64_t>(rate);
+  int exponent = 63;
+  while (value && !(value & (1ull << 63))) {
+    value <<= 1;
+    --exponent;
+  }
+  putBE16(out, static_cast<std::uint16_t>(value ? 16383 + exponent : 0));
+  putBE64(out, value);
+}
+
+// AIFF-C holding big-endian integers, compression type 'NONE': the one AIFF-C integer form
+// every reader takes (libsndfile itself writes AIFF-C integers as 'twos'/'in24'/'in32', and
+// sox reads no 'in24').
+class AifcWriter final : public ByteStreamWriter {
+ public:
+  AifcWriter(const PCMWriteSettings& settings, std::filesystem::path url, detail::UniqueFd owned, int fd)
+      : ByteStreamWriter(settings, std::move(url), std::move(owned), fd, true) {
+    if (settings.expectedFrames && *settings.expectedFrames * settings.bytesPerSample() * settings.format.channelCount >
+                                       kMax32BitDataBytes) {
+      throwTooLarge();
     }
+    writeAll(header(0).data(), header(0).size());
+  }
+
+  void updateHeader() override {
+    if (!_finished) writeAt(0, header(_framesWritten));
+  }
+
+  void finish() override {
+    if (_finished) return;
+    _finished = true;
+    if (dataBytes() & 1) {
+      const unsigned char pad = 0;
+      writeAll(&pad, 1);
+    }
+    writeAt(0, header(_framesWritten));
   }
 
  protected:
   void appendInt32(const std::int32_t* interleaved, FrameCount frames) override {
-    const std::size_t samples = static_cast<std::size_t>(frames) * static_cast<std::size_t>(_settings.format.channelCount);
-    const int bytes = _settings.bytesPerSample();
-    _bytes.resize(samples * static_cast<std::size_t>(bytes));
-    unsigned char* out = _bytes.data();
-    for (std::size_t i = 0; i < samples; ++i) {
-      // Left-aligned int32: the stored sample is its top `bytes` bytes, little-endian.
-      const auto value = static_cast<std::uint32_t>(interleaved[i]);
-      for (int b = 0; b < bytes; ++b) *out++ = static_cast<unsigned char>(value >> (8 * (4 - bytes + b)));
+    if ((_framesWritten + frames) * _settings.bytesPerSample() * _settings.format.channelCount > kMax32BitDataBytes) {
+      throwTooLarge();
     }
-    writeAll(_bytes.data(), _bytes.size());
-  }
-  void appendFloat(const float* interleaved, FrameCount frames) override {
-    const std::size_t samples = static_cast<std::size_t>(frames) * static_cast<std::size_t>(_settings.format.channelCount);
-    _bytes.resize(samples * 4);
-    for (std::size_t i = 0; i < samples; ++i) {
-      std::uint32_t bits;
-      std::memcpy(&bits, &interleaved[i], 4);
-      for (int b = 0; b < 4; ++b) _bytes[4 * i + static_cast<std::size_t>(b)] = static_cast<unsigned char>(bits >> (8 * b));
-    }
-    writeAll(_bytes.data(), _bytes.size());
-  }
-  void appendDouble(const double* interleaved, FrameCount frames) override {
-    const std::size_t samples = static_cast<std::size_t>(frames) * static_cast<std::size_t>(_settings.format.channelCount);
-    _bytes.resize(samples * 8);
-    for (std::size_t i = 0; i < samples; ++i) {
-      std::uint64_t bits;
-      std::memcpy(&bits, &interleaved[i], 8);
-      for (int b = 0; b < 8; ++b) _bytes[8 * i + static_cast<std::size_t>(b)] = static_cast<unsigned char>(bits >> (8 * b));
-    }
-    writeAll(_bytes.data(), _bytes.size());
+    ByteStreamWriter::appendInt32(interleaved, frames);
   }
 
  private:
-  void writeAll(const unsigned char* data, std::size_t size) {
-    std::size_t done = 0;
-    while (done < size) {
-      const ssize_t n = ::write(_fd, data + done, size - done);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) failWrite(n < 0 ? errno : EIO);
-      done += static_cast<std::size_t>(n);
-    }
+  [[noreturn]] void throwTooLarge() const {
+    throw AudioWriteError(displayName(_url) + " would hold more than 4 GB of audio, which AIFF can't. Save it as "
+                          "RF64, Wave64 or CAF.");
   }
 
-  detail::UniqueFd _owned;
-  int _fd;
-  std::int64_t _dataSizeOffset = 0;
-  std::vector<unsigned char> _bytes;
+  std::vector<unsigned char> header(FrameCount frames) const {
+    const std::int64_t bytes = frames * _settings.bytesPerSample() * _settings.format.channelCount;
+    static const char kName[] = "\x0Enot compressed";  // Pascal string, padded to even below
+    std::vector<unsigned char> out;
+    putTag(out, "FORM");
+    putBE32(out, static_cast<std::uint32_t>(4 + 12 + (8 + 38) + (8 + 8 + bytes) + (bytes & 1)));
+    putTag(out, "AIFC");
+    putTag(out, "FVER");
+    putBE32(out, 4);
+    putBE32(out, 0xA2805140u);  // AIFF-C version 1
+    putTag(out, "COMM");
+    putBE32(out, 38);
+    putBE16(out, static_cast<std::uint16_t>(_settings.format.channelCount));
+    putBE32(out, static_cast<std::uint32_t>(frames));
+    putBE16(out, static_cast<std::uint16_t>(bitDepth(_settings.encoding)));
+    putExtended80(out, _settings.format.sampleRate);
+    putTag(out, "NONE");
+    for (int i = 0; i < 15; ++i) out.push_back(static_cast<unsigned char>(kName[i]));
+    out.push_back(0);
+    putTag(out, "SSND");
+    putBE32(out, static_cast<std::uint32_t>(8 + bytes));
+    putBE32(out, 0);  // offset
+    putBE32(out, 0);  // block size
+    return out;
+  }
 };
 
 std::unique_ptr<AudioFileWriter> makeWriter(const PCMWriteSettings& settings, const std::filesystem::path& url,
                                             detail::UniqueFd owned, int fd) {
   if (settings.container == AudioContainer::caf) return std::make_unique<CafWriter>(settings, url, std::move(owned), fd);
+  if (settings.container == AudioContainer::aiffc && !isFloat(settings.encoding)) {
+    return std::make_unique<AifcWriter>(settings, url, std::move(owned), fd);
+  }
   return std::make_unique<SndfileWriter>(settings, url, std::move(owned), fd);
 }
 

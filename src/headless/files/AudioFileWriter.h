@@ -8,10 +8,13 @@
 // float-to-integer path is asymmetric and wraps above full scale). Float samples are stored
 // unchanged, beyond full scale included.
 //
-// WAV, RF64, Wave64 and AIFF(-C) headers are libsndfile's; CAF is written here, because
-// libsndfile can't store a CAF channel layout (and defaults to big-endian samples). A CAF
-// being written declares its data "to the end of the file", so a process killed while
-// writing leaves a readable file; finish() records the exact size.
+// WAV, RF64, Wave64, plain AIFF and float AIFF-C headers are libsndfile's. CAF and integer
+// AIFF-C are written here: libsndfile can't store a CAF channel layout (and defaults to
+// big-endian CAF samples), and writes AIFF-C integers only as 'twos'/'in24'/'in32', which sox
+// can't read, where 'NONE' is read everywhere. A CAF being written declares its data "to the
+// end of the file", so a process killed while writing leaves a readable file; finish()
+// records the exact size. A WAV is WAVE_FORMAT_EXTENSIBLE when it has more than two channels
+// or speaker positions to store.
 //
 // Thread class: one writer per thread. Errors: AudioWriteError with the text for the user
 // (disk full, file too large, write failure). A writer destroyed before finish() leaves

@@ -78,7 +78,7 @@ void InPlaceSave::write(const AudioBuffer& buffer, const fs::path& url) {
   }
   const auto identity = AudioFileIdentity::inspect(target);
   if (!identity || !identity->isRewritableInPlace || !identity->container || !identity->pcmEncoding) {
-    const std::string format = identity ? identity->formatLabel + " (" + identity->encodingName + ")" : "not a format Corvane knows";
+    const std::string format = identity ? identity->formatLabel : "of no format Corvane knows";
     throw InPlaceSaveError(target.filename().string() + " is " + format +
                            " inside, which Corvane can't rewrite in place." + unchanged(target));
   }

@@ -2,10 +2,8 @@
 //
 // Byte order follows the container: WAV, RF64, Wave64 and CAF are written little-endian (CAF
 // explicitly so; its big-endian default would cost every reader a swap), AIFF and AIFF-C
-// big-endian (AIFF-C integers as 'twos'/'in24'/'in32', floats as 'fl32'/'fl64': the codes
-// every AIFF reader knows; little-endian 'sowt' beyond 16 bits is one FFmpeg can't read). A
-// float file asked for as AIFF becomes AIFF-C, since plain AIFF can't hold float samples, and
-// an 8-bit one asked for as AIFF-C stays plain AIFF (AIFF-C has no 8-bit integer code here).
+// big-endian (AIFF-C integers with compression type 'NONE', floats as 'fl32'/'fl64'). A float
+// file asked for as AIFF becomes AIFF-C, since plain AIFF can't hold float samples.
 //
 // Thread class: a plain value; any thread.
 #pragma once

@@ -137,8 +137,10 @@ std::vector<WriteCase> writeCases() {
       {C::aiff, E::int24, "aif", "aiff", "pcm_s24be", "AIFF", "AIFF"},
       {C::aiff, E::int32, "aif", "aiff", "pcm_s32be", "AIFF", "AIFF"},
       {C::aiff, E::float32, "aif", "aiff", "pcm_f32be", "AIFC", "AIFF-C"},
+      {C::aiffc, E::int8, "aifc", "aiff", "pcm_s8", "AIFC", "AIFF-C"},
       {C::aiffc, E::int16, "aifc", "aiff", "pcm_s16be", "AIFC", "AIFF-C"},
       {C::aiffc, E::int24, "aifc", "aiff", "pcm_s24be", "AIFC", "AIFF-C"},
+      {C::aiffc, E::int32, "aifc", "aiff", "pcm_s32be", "AIFC", "AIFF-C"},
       {C::aiffc, E::float32, "aifc", "aiff", "pcm_f32be", "AIFC", "AIFF-C"},
       {C::caf, E::int16, "caf", "caf", "pcm_s16le", "caff", "CAF"},
       {C::caf, E::int24, "caf", "caf", "pcm_s24le", "caff", "CAF"},
@@ -178,7 +180,7 @@ TEST(PCMWriting, FullScaleAndBeyondClipInsteadOfWrapping) {
        {8388607, -8388608, 8388607, -8388608, 8388352, -8388608, 0, 8388607, -8388608, 8388607, 768}},
   };
   for (const auto& expectation : expectations) {
-    for (AudioContainer container : {AudioContainer::wav, AudioContainer::aiff, AudioContainer::caf}) {
+    for (AudioContainer container : {AudioContainer::wav, AudioContainer::aiff, AudioContainer::aiffc, AudioContainer::caf}) {
       SCOPED_TRACE(std::string(label(expectation.encoding)) + " " + std::string(displayName(container)));
       const fs::path file = folder / ("clip." + std::string(preferredExtension(container)));
       auto writer = AudioFileWriter::create(file, PCMWriteSettings::make(container, AudioStreamFormat::of(*buffer),
