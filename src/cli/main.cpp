@@ -18,6 +18,8 @@ struct Command {
 const Command kCommands[] = {
     {"measure", "measure FILE [--json]      loudness, true peak, dynamics of a file",
      corvane::cli::runMeasureCommand},
+    {"info", "info FILE [--json]         format, layout and identity of an audio file",
+     corvane::cli::runInfoCommand},
     {"demo", "demo OUT.wav               write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };
