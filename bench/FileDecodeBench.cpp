@@ -23,7 +23,6 @@
 #include <vector>
 
 #include "headless/files/AudioFileModel.h"
-#include "headless/files/AudioFileReader.h"
 
 namespace {
 
@@ -54,12 +53,11 @@ std::vector<char> readWhole(const fs::path& file) {
   return bytes;
 }
 
-// Corvane's decode: the reader's one read of the whole length into a fresh buffer.
+// Corvane's decode: the load's decoding half (one read of the whole file into a fresh planar
+// float buffer, canonical order), without peaks and clip regions.
 void decodeWithCorvane(const fs::path& file) {
-  auto reader = corvane::AudioFileReader::open(file);
-  auto buffer = corvane::AudioBuffer::create(reader->channelCount(), reader->length(), reader->sampleRate());
-  const auto frames = reader->read(buffer->channels(), reader->length());
-  if (frames != reader->length()) {
+  const auto buffer = corvane::AudioFileModel::decode(file);
+  if (buffer->frameLength() != 3600ll * 48000) {
     std::fprintf(stderr, "short decode of %s\n", file.c_str());
     std::exit(1);
   }

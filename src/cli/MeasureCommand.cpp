@@ -53,7 +53,7 @@ class NamedError : public std::runtime_error {
 // order (so the BS.1770 weights meet the right speakers).
 SharedAudioBuffer readAudioFile(const std::string& path) {
   try {
-    return AudioFileModel::load(path).buffer;
+    return AudioFileModel::decode(path);
   } catch (const AudioDecodeError&) {
     throw NamedError("The file at " + path + " is not a recognised audio file.");
   }
