@@ -1,11 +1,14 @@
-// corvane measure FILE [--json]: the loudness, peak and dynamics figures of one file, as the
-// window's offline pass computes them.
+// corvane measure FILE [--json] [--speech] [--mode M]: the loudness, peak and dynamics figures
+// of one file, as the window's offline pass computes them; with --speech also the speech-gated
+// figures, from the speech detector's history of the file; with --mode, the verdicts of that
+// mode's loudness targets.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -13,13 +16,17 @@
 
 #include "cli/CliCommands.h"
 #include "cli/CliSupport.h"
+#include "cli/TargetVerdicts.h"
 #include "core/AudioBuffer.h"
 #include "core/ChannelOrder.h"
 #include "core/DRProcessor.h"
 #include "core/Decibels.h"
+#include "core/LoudnessMeasurement.h"
 #include "core/LoudnessProcessor.h"
+#include "core/LoudnessTarget.h"
 #include "headless/files/AudioError.h"
 #include "headless/files/AudioFileModel.h"
+#include "headless/speech/SileroVADAnalyser.h"
 
 namespace corvane::cli {
 namespace {
@@ -59,7 +66,23 @@ SharedAudioBuffer readAudioFile(const std::string& path) {
   }
 }
 
-Measurements measure(const std::string& path, const AudioBuffer& buffer) {
+// The speech history of the whole file with the default tuning, or null when the detector is
+// unavailable or fails; the reason goes to standard error and the other figures stand.
+SharedSpeechHistory detectSpeech(const AudioBuffer& buffer) {
+  const SileroVADAnalyser& detector = SileroVADAnalyser::shared();
+  if (!detector.isAvailable()) {
+    printError("[SpeechDetection] " + detector.errorText());
+    return nullptr;
+  }
+  try {
+    return std::make_shared<const SpeechHistory>(detector.detectSpeech(buffer, SileroVADTuning{}));
+  } catch (const std::exception& e) {
+    printError(std::string("[SpeechDetection] ") + e.what());
+    return nullptr;
+  }
+}
+
+Measurements measure(const std::string& path, const AudioBuffer& buffer, bool withSpeech) {
   Measurements m;
   m.fileName = std::filesystem::path(path).filename().string();
   m.sampleRate = buffer.sampleRate();
@@ -67,7 +90,8 @@ Measurements measure(const std::string& path, const AudioBuffer& buffer) {
   const FrameCount frames = buffer.frameLength();
   m.durationSeconds = static_cast<double>(frames) / buffer.sampleRate();
 
-  LoudnessProcessor loudness(buffer.sampleRate(), buffer.channelCount(), nullptr,
+  const SharedSpeechHistory speech = withSpeech ? detectSpeech(buffer) : nullptr;
+  LoudnessProcessor loudness(buffer.sampleRate(), buffer.channelCount(), speech,
                              ChannelOrder::bs1770Weights(buffer));
   loudness.setOfflineFeed(true);
   const FrameCount chunk = std::max<FrameCount>(1, std::llround(buffer.sampleRate() * 0.1));
@@ -101,7 +125,11 @@ Measurements measure(const std::string& path, const AudioBuffer& buffer) {
   m.samplePeakDBFS = finiteOr(linearToDB(static_cast<double>(peak)), kNegativeInfinity);
   m.dynamicRange = DRProcessor::computeDR(buffer.channels(), buffer.channelCount(), frames,
                                           buffer.sampleRate());
-  // No speech detection yet: speech-gated figures stay empty.
+  if (speech) {
+    m.speechVADAvailable = true;
+    m.speechGatedLUFS = finiteOr(loudness.speechGatedLUFS(), kNegativeInfinity);
+    m.speechPercentage = finiteOr(loudness.speechPercentage(), 0.0);
+  }
   return m;
 }
 
@@ -134,12 +162,30 @@ void printText(const Measurements& m) {
   }
   if (m.speechVADAvailable) {
     std::cout << "Speech-gated:    " << level(m.speechGatedLUFS, "LUFS") << '\n';
+    std::snprintf(line, sizeof line, "Speech:          %.1f %%\n", m.speechPercentage);
+    std::cout << line;
   } else {
     std::cout << "Speech-gated:    - (no speech detection)\n";
   }
 }
 
-void printJson(const Measurements& m) {
+// What the loudness targets judge: the figures above plus the programme RMS for the RMS
+// targets. Without speech detection there is no speech share, gated loudness or noise floor.
+LoudnessMeasurement targetMeasurement(const Measurements& m, const AudioBuffer& buffer) {
+  LoudnessMeasurement t;
+  t.integratedLUFS = static_cast<float>(m.integratedLUFS);
+  t.truePeakDBTP = static_cast<float>(m.truePeakDBTP);
+  t.maxShortTermLUFS = static_cast<float>(m.maxShortTermLUFS);
+  if (m.speechVADAvailable) {
+    t.dialogGatedLUFS = static_cast<float>(m.speechGatedLUFS);
+    t.speechPercentage = static_cast<float>(m.speechPercentage);
+  }
+  t.rmsDBFS = LoudnessMeasurement::programRMSDBFS(channelRMSDBFS(buffer));
+  return t;
+}
+
+// `extraMembers`: further members of the object, already indented, without a trailing comma.
+void printJson(const Measurements& m, const std::string& extraMembers) {
   std::cout << "{\n"
             << "  \"fileName\": " << jsonString(m.fileName) << ",\n"
             << "  \"durationSeconds\": " << jsonNumber(m.durationSeconds) << ",\n"
@@ -154,27 +200,41 @@ void printJson(const Measurements& m) {
             << "  \"dynamicRange\": " << m.dynamicRange << ",\n"
             << "  \"speechGatedLUFS\": " << jsonNumber(m.speechGatedLUFS) << ",\n"
             << "  \"speechPercentage\": " << jsonNumber(m.speechPercentage) << ",\n"
-            << "  \"speechVADAvailable\": " << (m.speechVADAvailable ? "true" : "false") << "\n"
-            << "}\n";
+            << "  \"speechVADAvailable\": " << (m.speechVADAvailable ? "true" : "false")
+            << (extraMembers.empty() ? "\n" : ",\n" + extraMembers + "\n") << "}\n";
 }
 
 }  // namespace
 
 int runMeasureCommand(const std::vector<std::string>& args) {
+  constexpr const char* kUsage =
+      "usage: corvane measure FILE [--json] [--speech] [--mode music|podcast|vod|broadcast]";
   std::string path;
   bool json = false;
-  for (const std::string& arg : args) {
+  bool speech = false;
+  std::optional<LoudnessTargetMode> mode;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
     if (arg == "--json") {
       json = true;
+    } else if (arg == "--speech") {
+      speech = true;
+    } else if (arg == "--mode" && i + 1 < args.size() && !mode) {
+      mode = parseLoudnessTargetMode(args[++i]);
+      if (!mode) {
+        printError("corvane measure: unknown mode '" + args[i] +
+                   "'; choose music, podcast, vod or broadcast.");
+        return kExitUsage;
+      }
     } else if (path.empty() && (arg.empty() || arg[0] != '-')) {
       path = arg;
     } else {
-      printError("usage: corvane measure FILE [--json]");
+      printError(kUsage);
       return kExitUsage;
     }
   }
   if (path.empty()) {
-    printError("usage: corvane measure FILE [--json]");
+    printError(kUsage);
     return kExitUsage;
   }
   try {
@@ -183,11 +243,17 @@ int runMeasureCommand(const std::vector<std::string>& args) {
       throw NamedError("Could not find a file at " + path + ".");
     }
     const SharedAudioBuffer buffer = readAudioFile(path);
-    const Measurements m = measure(path, *buffer);
+    const Measurements m = measure(path, *buffer, speech);
+    std::optional<LoudnessMeasurement> judged;
+    if (mode) judged = targetMeasurement(m, *buffer);
     if (json) {
-      printJson(m);
+      printJson(m, judged ? targetVerdictsJsonMembers(*mode, *judged) : std::string());
     } else {
       printText(m);
+      if (judged) {
+        std::cout << '\n';
+        printTargetVerdicts(std::cout, *mode, *judged);
+      }
     }
     return kExitSuccess;
   } catch (const NamedError& e) {

@@ -16,11 +16,15 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"measure", "measure FILE [--json]      loudness, true peak, dynamics of a file",
+    {"measure", "measure FILE [--json] [--speech] [--mode M]\n"
+                "                             loudness, true peak, dynamics of a file; with\n"
+                "                             --speech, speech-gated loudness; with --mode\n"
+                "                             music|podcast|vod|broadcast, the verdicts of that\n"
+                "                             mode's loudness targets",
      corvane::cli::runMeasureCommand},
-    {"info", "info FILE [--json]         format, layout and identity of an audio file",
+    {"info", "info FILE [--json]                 format, layout and identity of an audio file",
      corvane::cli::runInfoCommand},
-    {"demo", "demo OUT.wav               write Corvane's demo recording",
+    {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };
 
