@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <new>
+#include <system_error>
 #include <thread>
 
 #include "core/ChannelOrder.h"
@@ -74,23 +75,11 @@ class PagePrefaulter {
         kWorthIt) {
       return;
     }
-    _thread = std::thread([&buffer] {
-#ifdef MADV_POPULATE_WRITE
-      constexpr std::size_t kSlice = std::size_t{16} << 20;
-      const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-      for (int c = 0; c < buffer.channelCount(); ++c) {
-        const auto begin = reinterpret_cast<std::uintptr_t>(buffer.channel(c));
-        const auto end = begin + static_cast<std::size_t>(buffer.frameCapacity()) * sizeof(float);
-        for (std::uintptr_t at = begin & ~(page - 1); at < end; at += kSlice) {
-          if (::madvise(reinterpret_cast<void*>(at), std::min<std::uintptr_t>(kSlice, end - at), MADV_POPULATE_WRITE) != 0) {
-            return;
-          }
-        }
-      }
-#else
-      (void)buffer;
-#endif
-    });
+    try {
+      _thread = std::thread([&buffer] { populate(buffer); });
+    } catch (const std::system_error&) {
+      // No thread to spare: the decoder faults the pages in itself, as it would anyway.
+    }
   }
   ~PagePrefaulter() {
     if (_thread.joinable()) _thread.join();
@@ -99,6 +88,24 @@ class PagePrefaulter {
   PagePrefaulter& operator=(const PagePrefaulter&) = delete;
 
  private:
+  static void populate(const AudioBuffer& buffer) {
+#ifdef MADV_POPULATE_WRITE
+    constexpr std::size_t kSlice = std::size_t{16} << 20;
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    for (int c = 0; c < buffer.channelCount(); ++c) {
+      const auto begin = reinterpret_cast<std::uintptr_t>(buffer.channel(c));
+      const auto end = begin + static_cast<std::size_t>(buffer.frameCapacity()) * sizeof(float);
+      for (std::uintptr_t at = begin & ~(page - 1); at < end; at += kSlice) {
+        if (::madvise(reinterpret_cast<void*>(at), std::min<std::uintptr_t>(kSlice, end - at), MADV_POPULATE_WRITE) != 0) {
+          return;
+        }
+      }
+    }
+#else
+    (void)buffer;
+#endif
+  }
+
   std::thread _thread;
 };
 
