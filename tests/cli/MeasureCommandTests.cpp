@@ -40,7 +40,7 @@ TEST_F(Cli, UsageErrorsExitWithTwo) {
   EXPECT_NE(r.err.find("usage: corvane COMMAND"), std::string::npos);
   r = run("measure");
   EXPECT_EQ(r.exitCode, 2);
-  EXPECT_EQ(r.err, "usage: corvane measure FILE [--json]\n");
+  EXPECT_EQ(r.err, "usage: corvane measure FILE [--json] [--speech] [--mode music|podcast|vod|broadcast]\n");
   EXPECT_TRUE(r.out.empty());
   EXPECT_EQ(run("measure a.wav --frobnicate").exitCode, 2);
   EXPECT_EQ(run("frobnicate").exitCode, 2);
