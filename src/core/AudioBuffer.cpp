@@ -47,6 +47,32 @@ void AudioBuffer::setChannelPositions(std::vector<ChannelPosition> positions) {
   _positions = std::move(positions);
 }
 
+void AudioBuffer::permuteChannels(const std::vector<int>& sourceOfChannel) {
+  const int count = channelCount();
+  if (static_cast<int>(sourceOfChannel.size()) != count) {
+    throw std::invalid_argument("AudioBuffer: a permutation needs one entry per channel");
+  }
+  std::vector<bool> seen(static_cast<std::size_t>(count), false);
+  for (int source : sourceOfChannel) {
+    if (source < 0 || source >= count || seen[static_cast<std::size_t>(source)]) {
+      throw std::invalid_argument("AudioBuffer: not a permutation of the channels");
+    }
+    seen[static_cast<std::size_t>(source)] = true;
+  }
+  std::vector<std::unique_ptr<float[]>> channels(static_cast<std::size_t>(count));
+  std::vector<ChannelPosition> positions;
+  for (int k = 0; k < count; ++k) {
+    const auto source = static_cast<std::size_t>(sourceOfChannel[static_cast<std::size_t>(k)]);
+    channels[static_cast<std::size_t>(k)] = std::move(_channels[source]);
+    if (!_positions.empty()) positions.push_back(_positions[source]);
+  }
+  _channels = std::move(channels);
+  for (int k = 0; k < count; ++k) {
+    _channelPointers[static_cast<std::size_t>(k)] = _channels[static_cast<std::size_t>(k)].get();
+  }
+  if (!_positions.empty()) _positions = std::move(positions);
+}
+
 std::shared_ptr<AudioBuffer> AudioBuffer::clone() const {
   auto copy = create(channelCount(), _frameLength, _sampleRate);
   for (int c = 0; c < channelCount(); ++c) {

@@ -90,6 +90,12 @@ class AudioBuffer {
   // A deep copy of the first frameLength() frames (capacity = length), positions kept.
   std::shared_ptr<AudioBuffer> clone() const;
 
+  // Reorders the channels without copying samples: channel k takes what was channel
+  // sourceOfChannel[k], with its position. `sourceOfChannel` must be a permutation of
+  // 0 ... channelCount() - 1, else std::invalid_argument and nothing changes. Channel pointers
+  // change, so this is only for a buffer no other thread reads yet (a load in progress).
+  void permuteChannels(const std::vector<int>& sourceOfChannel);
+
  private:
   AudioBuffer(int channelCount, FrameCount frameCapacity, double sampleRate, bool zeroed);
 

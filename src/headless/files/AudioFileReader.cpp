@@ -1,0 +1,69 @@
+#include "headless/files/AudioFileReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "headless/files/AudioError.h"
+#include "headless/files/DecoderBackends.h"
+
+namespace corvane {
+
+namespace detail {
+
+namespace {
+
+std::string displayName(const std::filesystem::path& url) {
+  const std::string name = url.filename().string();
+  return name.empty() ? url.string() : name;
+}
+
+}  // namespace
+
+UniqueFd openAudioFileForReading(const std::filesystem::path& url) {
+  struct stat info {};
+  if (::stat(url.c_str(), &info) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) throw AudioDecodeError("There is no file at " + url.string() + ".");
+    throw AudioDecodeError(displayName(url) + " couldn't be read: " + std::strerror(errno) + ".");
+  }
+  if (S_ISDIR(info.st_mode)) throw AudioDecodeError(displayName(url) + " is a folder, not an audio file.");
+  if (!S_ISREG(info.st_mode)) throw AudioDecodeError(displayName(url) + " is not a regular file.");
+  UniqueFd fd(::open(url.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) throw AudioDecodeError(displayName(url) + " couldn't be read: " + std::strerror(errno) + ".");
+  // Checked again on the open file: the name may have been replaced in between.
+  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    throw AudioDecodeError(displayName(url) + " is not a regular file.");
+  }
+  if (info.st_size == 0) throw AudioDecodeError(displayName(url) + " is empty (0 bytes).");
+  return fd;
+}
+
+}  // namespace detail
+
+std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::path& url) {
+  auto fd = detail::openAudioFileForReading(url);
+  const auto probe = detail::probeContainer(fd.get());
+  detail::UniqueFd second(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+  if (auto reader = detail::openWithSndfile(std::move(fd), probe ? &*probe : nullptr)) return reader;
+  if (second) {
+    if (auto reader = detail::openWithFFmpeg(std::move(second))) return reader;
+  }
+  throw AudioDecodeError(detail::displayName(url) + " is not a recognised audio file.");
+}
+
+std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::path& url, Decoder decoder) {
+  auto fd = detail::openAudioFileForReading(url);
+  std::unique_ptr<AudioFileReader> reader;
+  if (decoder == Decoder::libsndfile) {
+    const auto probe = detail::probeContainer(fd.get());
+    reader = detail::openWithSndfile(std::move(fd), probe ? &*probe : nullptr);
+  } else {
+    reader = detail::openWithFFmpeg(std::move(fd));
+  }
+  if (!reader) throw AudioDecodeError(detail::displayName(url) + " is not a recognised audio file.");
+  return reader;
+}
+
+}  // namespace corvane
