@@ -1,5 +1,6 @@
-// corvane measure FILE [--json]: the loudness, peak and dynamics figures of one file, as the
-// window's offline pass computes them.
+// corvane measure FILE [--json] [--speech]: the loudness, peak and dynamics figures of one file,
+// as the window's offline pass computes them; with --speech also the speech-gated figures, from
+// the speech detector's history of the file.
 #include <sndfile.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include "core/DRProcessor.h"
 #include "core/Decibels.h"
 #include "core/LoudnessProcessor.h"
+#include "headless/speech/SileroVADAnalyser.h"
 
 namespace corvane::cli {
 namespace {
@@ -82,7 +84,23 @@ SharedAudioBuffer readAudioFile(const std::string& path) {
   return buffer;
 }
 
-Measurements measure(const std::string& path, const AudioBuffer& buffer) {
+// The speech history of the whole file with the default tuning, or null when the detector is
+// unavailable or fails; the reason goes to standard error and the other figures stand.
+SharedSpeechHistory detectSpeech(const AudioBuffer& buffer) {
+  const SileroVADAnalyser& detector = SileroVADAnalyser::shared();
+  if (!detector.isAvailable()) {
+    printError("[SpeechDetection] " + detector.errorText());
+    return nullptr;
+  }
+  try {
+    return std::make_shared<const SpeechHistory>(detector.detectSpeech(buffer, SileroVADTuning{}));
+  } catch (const std::exception& e) {
+    printError(std::string("[SpeechDetection] ") + e.what());
+    return nullptr;
+  }
+}
+
+Measurements measure(const std::string& path, const AudioBuffer& buffer, bool withSpeech) {
   Measurements m;
   m.fileName = std::filesystem::path(path).filename().string();
   m.sampleRate = buffer.sampleRate();
@@ -90,7 +108,8 @@ Measurements measure(const std::string& path, const AudioBuffer& buffer) {
   const FrameCount frames = buffer.frameLength();
   m.durationSeconds = static_cast<double>(frames) / buffer.sampleRate();
 
-  LoudnessProcessor loudness(buffer.sampleRate(), buffer.channelCount(), nullptr,
+  const SharedSpeechHistory speech = withSpeech ? detectSpeech(buffer) : nullptr;
+  LoudnessProcessor loudness(buffer.sampleRate(), buffer.channelCount(), speech,
                              ChannelOrder::bs1770Weights(buffer));
   loudness.setOfflineFeed(true);
   const FrameCount chunk = std::max<FrameCount>(1, std::llround(buffer.sampleRate() * 0.1));
@@ -124,7 +143,11 @@ Measurements measure(const std::string& path, const AudioBuffer& buffer) {
   m.samplePeakDBFS = finiteOr(linearToDB(static_cast<double>(peak)), kNegativeInfinity);
   m.dynamicRange = DRProcessor::computeDR(buffer.channels(), buffer.channelCount(), frames,
                                           buffer.sampleRate());
-  // No speech detection yet: speech-gated figures stay empty.
+  if (speech) {
+    m.speechVADAvailable = true;
+    m.speechGatedLUFS = finiteOr(loudness.speechGatedLUFS(), kNegativeInfinity);
+    m.speechPercentage = finiteOr(loudness.speechPercentage(), 0.0);
+  }
   return m;
 }
 
@@ -157,6 +180,8 @@ void printText(const Measurements& m) {
   }
   if (m.speechVADAvailable) {
     std::cout << "Speech-gated:    " << level(m.speechGatedLUFS, "LUFS") << '\n';
+    std::snprintf(line, sizeof line, "Speech:          %.1f %%\n", m.speechPercentage);
+    std::cout << line;
   } else {
     std::cout << "Speech-gated:    - (no speech detection)\n";
   }
@@ -186,18 +211,21 @@ void printJson(const Measurements& m) {
 int runMeasureCommand(const std::vector<std::string>& args) {
   std::string path;
   bool json = false;
+  bool speech = false;
   for (const std::string& arg : args) {
     if (arg == "--json") {
       json = true;
+    } else if (arg == "--speech") {
+      speech = true;
     } else if (path.empty() && (arg.empty() || arg[0] != '-')) {
       path = arg;
     } else {
-      printError("usage: corvane measure FILE [--json]");
+      printError("usage: corvane measure FILE [--json] [--speech]");
       return kExitUsage;
     }
   }
   if (path.empty()) {
-    printError("usage: corvane measure FILE [--json]");
+    printError("usage: corvane measure FILE [--json] [--speech]");
     return kExitUsage;
   }
   try {
@@ -206,7 +234,7 @@ int runMeasureCommand(const std::vector<std::string>& args) {
       throw NamedError("Could not find a file at " + path + ".");
     }
     const SharedAudioBuffer buffer = readAudioFile(path);
-    const Measurements m = measure(path, *buffer);
+    const Measurements m = measure(path, *buffer, speech);
     if (json) {
       printJson(m);
     } else {

@@ -16,9 +16,9 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"measure", "measure FILE [--json]      loudness, true peak, dynamics of a file",
+    {"measure", "measure FILE [--json] [--speech]  loudness, true peak, dynamics, speech-gated loudness",
      corvane::cli::runMeasureCommand},
-    {"demo", "demo OUT.wav               write Corvane's demo recording",
+    {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };
 
