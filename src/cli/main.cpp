@@ -18,6 +18,8 @@ struct Command {
 const Command kCommands[] = {
     {"measure", "measure FILE [--json] [--speech]  loudness, true peak, dynamics, speech-gated loudness",
      corvane::cli::runMeasureCommand},
+    {"process", "process IN -o OUT STEP...            gain, normalize, limit, fade, trim, level dialogue (see --help)",
+     corvane::cli::runProcessCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };
