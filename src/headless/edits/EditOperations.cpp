@@ -276,29 +276,49 @@ void runGainPass(EditSource& source, Store& store, double gain) {
   store.commit();
 }
 
-// Source × gain through the limiter into a fresh pass; gives the output's true peak, dBTP.
+// What a limiter pass measured on its output.
+struct PassReading {
+  double truePeakDB;
+  double integratedLUFS;  // negative infinity unless asked for
+};
+
+// Source × gain through the limiter into a fresh pass of the store.
 template <class Store>
-double runLimiterPass(EditSource& source, Store& store, double gain, double ceilingDB) {
+PassReading runLimiterPass(EditSource& source, Store& store, double gain, double ceilingDB,
+                           const std::vector<double>* loudnessWeights = nullptr) {
   const FrameCount total = source.frameLength();
   const int channels = source.channelCount();
   ChunkBuffer scratch(channels, store.chunkFrames());
   ChunkBuffer scaled(channels, store.chunkFrames());
   FrameSink& sink = store.begin(total);
-  TruePeakMeasuringSink measured(sink, source.sampleRate(), channels);
+  MeasuringSink measured(sink, source.sampleRate(), channels, loudnessWeights);
   LimiterStage limiter(source.sampleRate(), channels, ceilingDB, total, measured);
   forEachChunk(source, 0, total, store.chunkFrames(), scratch, [&](const float* const* pointers, FrameCount, FrameCount n) {
     scaleChunk(pointers, scaled, n, gain);
     limiter.push(scaled.constPointers(), n);
   });
   limiter.finish();
-  const double peakDB = measured.finishDB();
+  const PassReading reading{measured.finishTruePeakDB(), measured.finishIntegratedLUFS()};
   store.commit();
-  return peakDB;
+  return reading;
 }
+
+// A loudness the limited result should keep: the limiter's loss is made up by more gain.
+struct LoudnessTarget {
+  double lufs;
+  std::vector<double> weights;
+};
+
+// Limiter passes that make up for the limiter's loss of loudness; the result lands within
+// this of its target unless the limiter takes so much that the passes run out.
+constexpr double kLoudnessToleranceLU = 0.02;
+constexpr int kMaxLoudnessPasses = 4;
+constexpr double kMaxMakeupStepDB = 6.0;
 
 // The gain, then the true-peak limiter where the scaled signal passes the ceiling.
 template <class Store>
-bool runGainThenLimit(EditSource& source, Store& store, double gain, double requestedCeilingDB) {
+bool runGainThenLimit(EditSource& source, Store& store, double gain, double requestedCeilingDB,
+                      const LoudnessTarget* target = nullptr) {
   const double ceilingDB = requestedCeilingDB - kOfflineLimiterMarginDB;
   const FrameCount total = source.frameLength();
   const int channels = source.channelCount();
@@ -317,11 +337,26 @@ bool runGainThenLimit(EditSource& source, Store& store, double gain, double requ
       return true;
     }
   }
-  // Second pass: the limiter.
-  double peakDB = runLimiterPass(source, store, gain, ceilingDB);
+  // Second pass: the limiter. Limiting lowers the loudness a little; a loudness target raises
+  // the gain by what was lost and limits again.
+  double gainDB = linearToDB(gain);
+  PassReading reading = runLimiterPass(source, store, gain, ceilingDB, target ? &target->weights : nullptr);
+  // Each extra dB of gain gains less than a dB of loudness once the limiter works; the slope
+  // between the last two passes (a secant step, kept between 0.1 and 1) says how much.
+  double slope = 1.0;
+  for (int pass = 1; target && pass < kMaxLoudnessPasses; ++pass) {
+    const double shortfallLU = target->lufs - reading.integratedLUFS;
+    if (!(shortfallLU > kLoudnessToleranceLU)) break;
+    const double stepDB = std::min(shortfallLU / slope, kMaxMakeupStepDB);
+    const double previousLUFS = reading.integratedLUFS;
+    gainDB += stepDB;
+    reading = runLimiterPass(source, store, dbToLinear(gainDB), ceilingDB, &target->weights);
+    slope = std::clamp((reading.integratedLUFS - previousLUFS) / stepDB, 0.1, 1.0);
+  }
+  double peakDB = reading.truePeakDB;
   if (peakDB > ceilingDB) {
     auto again = store.reopen();
-    peakDB = runLimiterPass(*again, store, 1.0, ceilingDB);
+    peakDB = runLimiterPass(*again, store, 1.0, ceilingDB).truePeakDB;
   }
   if (peakDB > ceilingDB) {
     auto again = store.reopen();
@@ -339,7 +374,8 @@ bool runNormalizeLUFS(EditSource& source, Store& store, double targetLUFS, doubl
                [&](const float* const* pointers, FrameCount, FrameCount n) { meter.push(pointers, n); });
   const double integrated = meter.finishIntegratedLUFS();
   if (!std::isfinite(integrated)) return false;
-  return runGainThenLimit(source, store, dbToLinear(targetLUFS - integrated), ceilingDB);
+  const LoudnessTarget target{targetLUFS, channelWeights};
+  return runGainThenLimit(source, store, dbToLinear(targetLUFS - integrated), ceilingDB, &target);
 }
 
 template <class Store>

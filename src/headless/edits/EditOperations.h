@@ -137,9 +137,11 @@ struct EditOperations {
 
   // Scales the signal so that its integrated loudness (BS.1770 with `channelWeights`, one per
   // channel from ChannelOrder::bs1770Weights; an empty list weights every channel 1) is
-  // targetLUFS, then limits its true peak at ceilingDB (dBTP). The limiter only lowers peaks,
-  // so a signal that had to be limited hard ends slightly below its target. Nothing to do for
-  // a signal without a measurable loudness (silence, or shorter than 400 ms).
+  // targetLUFS, then limits its true peak at ceilingDB (dBTP). What the limiter takes off the
+  // loudness is made up: the limited result is measured, the gain raised by the shortfall and
+  // the signal limited again, up to four limiter passes in all, until it lands within 0.02 LU
+  // of the target. Only material that must be limited very hard stays measurably under it.
+  // Nothing to do for a signal without a measurable loudness (silence, shorter than 400 ms).
   static EditResult normalizeLUFS(const ChannelData& channelData, double targetLUFS, double ceilingDB,
                                   double sampleRate, const std::vector<double>& channelWeights);
 

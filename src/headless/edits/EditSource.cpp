@@ -86,11 +86,12 @@ FileEditSource::FileEditSource(std::filesystem::path url) : _url(std::move(url))
       _positions[k] = filePositions[static_cast<std::size_t>(_permutation[k])];
     }
   }
-  if (_reader->lengthIsExact()) {
+  if (_reader->lengthIsExact() && _reader->pcmEncoding()) {
     _frames = _reader->length();
   } else {
-    // Estimated lengths (streams without a frame count) are counted once, so that every
-    // operation knows its result's length before it writes the first frame.
+    // Estimated lengths (streams without a frame count) and the lengths of lossy streams
+    // (whose headers count encoder padding that decoders drop, or don't) are counted once, so
+    // that every operation knows its result's length before it writes the first frame.
     std::vector<float> scratch(static_cast<std::size_t>(_channelCount) * 65536);
     std::vector<float*> pointers(static_cast<std::size_t>(_channelCount));
     for (int c = 0; c < _channelCount; ++c) pointers[static_cast<std::size_t>(c)] = scratch.data() + static_cast<std::size_t>(c) * 65536;

@@ -88,8 +88,8 @@ class ChannelDataEditSource final : public EditSource {
 
 // An audio file, decoded as a load decodes it (libsndfile, else FFmpeg; channels in canonical
 // order). Reading forward is sequential decoding; reading backwards reopens the file, and
-// skipping forward decodes and discards. A file whose header gives no exact length is counted
-// by one decoding pass when the source is opened.
+// skipping forward decodes and discards. A lossy file, or one whose header gives no exact
+// length, is counted by one decoding pass when the source is opened.
 //
 // Throws AudioDecodeError as AudioFileReader::open does.
 class FileEditSource final : public EditSource {

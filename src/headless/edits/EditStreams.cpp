@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <system_error>
 
@@ -116,6 +117,22 @@ double LoudnessMeter::finishIntegratedLUFS() {
   _reblocker.flush([&](float* const* block, FrameCount n) { _processor.process(block, n); });
   _processor.flushPartialBlock();
   return _processor.integratedLUFS();
+}
+
+MeasuringSink::MeasuringSink(FrameSink& downstream, double sampleRate, int channelCount,
+                             const std::vector<double>* loudnessWeights)
+    : _downstream(downstream), _truePeak(sampleRate, channelCount) {
+  if (loudnessWeights) _loudness = std::make_unique<LoudnessMeter>(sampleRate, channelCount, *loudnessWeights);
+}
+
+void MeasuringSink::write(const float* const* channels, FrameCount frames) {
+  _truePeak.push(channels, frames);
+  if (_loudness) _loudness->push(channels, frames);
+  _downstream.write(channels, frames);
+}
+
+double MeasuringSink::finishIntegratedLUFS() {
+  return _loudness ? _loudness->finishIntegratedLUFS() : -std::numeric_limits<double>::infinity();
 }
 
 // ---- LimiterStage --------------------------------------------------------------------------

@@ -176,20 +176,22 @@ class LoudnessMeter {
   Reblocker _reblocker;
 };
 
-// Passes frames on to another sink, measuring their true peak on the way.
-class TruePeakMeasuringSink final : public FrameSink {
+// Passes frames on to another sink, measuring their true peak on the way, and their
+// integrated loudness when given channel weights.
+class MeasuringSink final : public FrameSink {
  public:
-  TruePeakMeasuringSink(FrameSink& downstream, double sampleRate, int channelCount)
-      : _downstream(downstream), _meter(sampleRate, channelCount) {}
-  void write(const float* const* channels, FrameCount frames) override {
-    _meter.push(channels, frames);
-    _downstream.write(channels, frames);
-  }
-  double finishDB() { return _meter.finishDB(); }
+  MeasuringSink(FrameSink& downstream, double sampleRate, int channelCount,
+                const std::vector<double>* loudnessWeights = nullptr);
+  void write(const float* const* channels, FrameCount frames) override;
+  // After the last write: the true peak (dBTP) and the integrated loudness (LUFS; negative
+  // infinity when no weights were given).
+  double finishTruePeakDB() { return _truePeak.finishDB(); }
+  double finishIntegratedLUFS();
 
  private:
   FrameSink& _downstream;
-  TruePeakMeter _meter;
+  TruePeakMeter _truePeak;
+  std::unique_ptr<LoudnessMeter> _loudness;
 };
 
 // TruePeakLimiterDSP with its latency removed: exactly `totalFrames` frames come out, each

@@ -22,7 +22,7 @@ std::vector<float*> Audio::pointers() {
 }
 
 void soxMake(const fs::path& out, const std::string& options, const std::string& effects) {
-  runChecked("sox -V1 -R -n " + options + " " + shellQuote(out.string()) + " " + effects + " 2>&1");
+  runChecked("sox -V1 -R -D -n " + options + " " + shellQuote(out.string()) + " " + effects + " 2>&1");
 }
 
 Audio readAudio(const fs::path& file) {

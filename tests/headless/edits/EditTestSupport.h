@@ -23,7 +23,8 @@ struct Audio {
 };
 
 // Runs `sox -n <file options> OUT <effects>` to make test material (e.g. options "-r 48000 -b 24
-// -c 2", effects "synth 3 pinknoise vol 0.3").
+// -c 2", effects "synth 3 pinknoise vol 0.3"), with sox's repeatable random numbers and no
+// dither, so the same call makes the same file.
 void soxMake(const fs::path& out, const std::string& options, const std::string& effects);
 
 // The whole file through Corvane's decoder (FileEditSource: canonical channel order).

@@ -65,12 +65,19 @@ TEST(NormalizeLUFSTest, LoudTargetsAreLimitedAndNeverOvershoot) {
   const fs::path source = folder / "source.wav";
   soxMake(source, "-r 44100 -b 16 -c 2", "synth 6 pinknoise pinknoise vol 0.3");
   const Audio audio = readAudio(source);
-  const auto result = Ops::normalizeLUFS(audio.channels, -8.0, -1.0, audio.rate, {});
-  const Audio out = fromResult(result);
+  const double inputLUFS = ebur128Measure(audio).integratedLUFS;
+  // At −10 LUFS the peaks need about a dB of limiting; the lost loudness is made up.
+  ASSERT_GT(ourTruePeakDB(audio) + (-10.0 - inputLUFS), -0.5);
+  const Audio moderate = fromResult(Ops::normalizeLUFS(audio.channels, -10.0, -1.0, audio.rate, {}));
+  EXPECT_NEAR(ebur128Measure(moderate).integratedLUFS, -10.0, 0.1);
+  EXPECT_LE(ourTruePeakDB(moderate), -1.0);
+  EXPECT_LE(ebur128Measure(moderate).truePeakDB, -0.9);
+  // At −8 LUFS pink noise must lose its crest to the limiter: under the ceiling, and at or a
+  // little below the target, never above it.
+  const Audio out = fromResult(Ops::normalizeLUFS(audio.channels, -8.0, -1.0, audio.rate, {}));
   const auto oracle = ebur128Measure(out);
   EXPECT_LE(ourTruePeakDB(out), -1.0);
   EXPECT_LE(oracle.truePeakDB, -0.9);
-  // The limiter only takes level away: at or a little below the target.
   EXPECT_LE(oracle.integratedLUFS, -8.0 + 0.05);
   EXPECT_GT(oracle.integratedLUFS, -9.0);
   EXPECT_TRUE(Ops::normalizeLUFS(ChannelData(2, std::vector<float>(48000, 0.0f)), -16.0, -1.0, 48000, {}).nothingToDo);
