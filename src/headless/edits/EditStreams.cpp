@@ -14,16 +14,21 @@ namespace corvane::editstreams {
 
 // ---- ChannelDataSink -----------------------------------------------------------------------
 
+// Reserved, not sized: filling a sized vector would write every sample twice.
 ChannelDataSink::ChannelDataSink(int channelCount, FrameCount totalFrames)
-    : _data(static_cast<std::size_t>(channelCount), std::vector<float>(static_cast<std::size_t>(totalFrames))) {}
+    : _data(static_cast<std::size_t>(channelCount)), _totalFrames(totalFrames) {
+  for (auto& channel : _data) channel.reserve(static_cast<std::size_t>(totalFrames));
+}
 
 void ChannelDataSink::write(const float* const* channels, FrameCount frames) {
-  const FrameCount capacity = _data.empty() ? 0 : static_cast<FrameCount>(_data.front().size());
-  if (frames < 0 || frames > capacity - _position) throw std::logic_error("An edit wrote more frames than it announced.");
-  for (std::size_t c = 0; c < _data.size(); ++c) {
-    std::memcpy(_data[c].data() + _position, channels[c], static_cast<std::size_t>(frames) * sizeof(float));
-  }
+  if (frames < 0 || frames > _totalFrames - _position) throw std::logic_error("An edit wrote more frames than it announced.");
+  for (std::size_t c = 0; c < _data.size(); ++c) _data[c].insert(_data[c].end(), channels[c], channels[c] + frames);
   _position += frames;
+}
+
+ChannelData ChannelDataSink::take() {
+  if (_position != _totalFrames) throw std::logic_error("An edit wrote fewer frames than it announced.");
+  return std::move(_data);
 }
 
 // ---- WAVFileSink ---------------------------------------------------------------------------

@@ -40,10 +40,11 @@ class ChannelDataSink final : public FrameSink {
   ChannelDataSink(int channelCount, FrameCount totalFrames);
   void write(const float* const* channels, FrameCount frames) override;
   FrameCount written() const { return _position; }
-  ChannelData take() { return std::move(_data); }
+  ChannelData take();
 
  private:
   ChannelData _data;
+  FrameCount _totalFrames;
   FrameCount _position = 0;
 };
 
