@@ -14,6 +14,9 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libswre
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)
 pkg_check_modules(RTAUDIO REQUIRED IMPORTED_TARGET rtaudio)
 pkg_check_modules(JACK REQUIRED IMPORTED_TARGET jack)
+# Only to silence libasound's own error printer, which the device re-scan would otherwise run
+# every 2 s on machines without a sound card.
+pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa)
 pkg_check_modules(LILV REQUIRED IMPORTED_TARGET lilv-0)
 
 # Silero weights are read from their ONNX protobuf; libonnx's package needs Protobuf first.

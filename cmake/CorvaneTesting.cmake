@@ -24,21 +24,17 @@ function(corvane_add_gtest target)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
-  # gtest_discover_tests flattens its PROPERTIES into one list, so a second label would be
-  # read as a property name; it gets the first label, and a script run after discovery gives
-  # every discovered case the full list.
-  list(GET ARG_LABELS 0 subsystem)
-  set(props LABELS ${subsystem} TIMEOUT ${ARG_TIMEOUT}
+  set(props TIMEOUT ${ARG_TIMEOUT}
             ENVIRONMENT "CORVANE_TEST_OUTPUT_DIR=${CORVANE_TEST_OUTPUT_DIR}")
   if(ARG_SERIAL)
     list(APPEND props RUN_SERIAL TRUE)
   endif()
   gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
-  list(LENGTH ARG_LABELS labelCount)
-  if(labelCount GREATER 1)
-    set(labelScript ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
-    file(WRITE ${labelScript}
-      "if(${target}_TESTS)\n  set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\nendif()\n")
-    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labelScript})
-  endif()
+  # Labels are set after discovery, from the list of test names it leaves in <target>_TESTS:
+  # passed through gtest_discover_tests' PROPERTIES, a second label ("core;tsan") lost its
+  # separator and became a property name of its own.
+  set(label_file "${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake")
+  file(WRITE "${label_file}"
+       "if(${target}_TESTS)\n  set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\nendif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${label_file}")
 endfunction()

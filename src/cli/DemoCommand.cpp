@@ -30,6 +30,8 @@ int runDemoCommand(const std::vector<std::string>& args) {
     printError("Could not write " + path + ": " + sf_strerror(nullptr));
     return kExitNamedError;
   }
+  // No PEAK chunk: it carries a time stamp, and the demo should be the same file every time.
+  sf_command(file, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
   const int channels = programme->channelCount();
   const FrameCount frames = programme->frameLength();
   std::vector<float> interleaved(static_cast<std::size_t>(frames * channels));

@@ -1,6 +1,7 @@
-// corvane measure FILE [--json] [--speech]: the loudness, peak and dynamics figures of one file,
-// as the window's offline pass computes them; with --speech also the speech-gated figures, from
-// the speech detector's history of the file.
+// corvane measure FILE [--json] [--speech] [--mode M]: the loudness, peak and dynamics figures
+// of one file, as the window's offline pass computes them; with --speech also the speech-gated
+// figures, from the speech detector's history of the file; with --mode, the verdicts of that
+// mode's loudness targets.
 #include <sndfile.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -16,11 +18,14 @@
 
 #include "cli/CliCommands.h"
 #include "cli/CliSupport.h"
+#include "cli/TargetVerdicts.h"
 #include "core/AudioBuffer.h"
 #include "core/ChannelOrder.h"
 #include "core/DRProcessor.h"
 #include "core/Decibels.h"
+#include "core/LoudnessMeasurement.h"
 #include "core/LoudnessProcessor.h"
+#include "core/LoudnessTarget.h"
 #include "headless/speech/SileroVADAnalyser.h"
 
 namespace corvane::cli {
@@ -187,7 +192,23 @@ void printText(const Measurements& m) {
   }
 }
 
-void printJson(const Measurements& m) {
+// What the loudness targets judge: the figures above plus the programme RMS for the RMS
+// targets. Without speech detection there is no speech share, gated loudness or noise floor.
+LoudnessMeasurement targetMeasurement(const Measurements& m, const AudioBuffer& buffer) {
+  LoudnessMeasurement t;
+  t.integratedLUFS = static_cast<float>(m.integratedLUFS);
+  t.truePeakDBTP = static_cast<float>(m.truePeakDBTP);
+  t.maxShortTermLUFS = static_cast<float>(m.maxShortTermLUFS);
+  if (m.speechVADAvailable) {
+    t.dialogGatedLUFS = static_cast<float>(m.speechGatedLUFS);
+    t.speechPercentage = static_cast<float>(m.speechPercentage);
+  }
+  t.rmsDBFS = LoudnessMeasurement::programRMSDBFS(channelRMSDBFS(buffer));
+  return t;
+}
+
+// `extraMembers`: further members of the object, already indented, without a trailing comma.
+void printJson(const Measurements& m, const std::string& extraMembers) {
   std::cout << "{\n"
             << "  \"fileName\": " << jsonString(m.fileName) << ",\n"
             << "  \"durationSeconds\": " << jsonNumber(m.durationSeconds) << ",\n"
@@ -202,30 +223,41 @@ void printJson(const Measurements& m) {
             << "  \"dynamicRange\": " << m.dynamicRange << ",\n"
             << "  \"speechGatedLUFS\": " << jsonNumber(m.speechGatedLUFS) << ",\n"
             << "  \"speechPercentage\": " << jsonNumber(m.speechPercentage) << ",\n"
-            << "  \"speechVADAvailable\": " << (m.speechVADAvailable ? "true" : "false") << "\n"
-            << "}\n";
+            << "  \"speechVADAvailable\": " << (m.speechVADAvailable ? "true" : "false")
+            << (extraMembers.empty() ? "\n" : ",\n" + extraMembers + "\n") << "}\n";
 }
 
 }  // namespace
 
 int runMeasureCommand(const std::vector<std::string>& args) {
+  constexpr const char* kUsage =
+      "usage: corvane measure FILE [--json] [--speech] [--mode music|podcast|vod|broadcast]";
   std::string path;
   bool json = false;
   bool speech = false;
-  for (const std::string& arg : args) {
+  std::optional<LoudnessTargetMode> mode;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
     if (arg == "--json") {
       json = true;
     } else if (arg == "--speech") {
       speech = true;
+    } else if (arg == "--mode" && i + 1 < args.size() && !mode) {
+      mode = parseLoudnessTargetMode(args[++i]);
+      if (!mode) {
+        printError("corvane measure: unknown mode '" + args[i] +
+                   "'; choose music, podcast, vod or broadcast.");
+        return kExitUsage;
+      }
     } else if (path.empty() && (arg.empty() || arg[0] != '-')) {
       path = arg;
     } else {
-      printError("usage: corvane measure FILE [--json] [--speech]");
+      printError(kUsage);
       return kExitUsage;
     }
   }
   if (path.empty()) {
-    printError("usage: corvane measure FILE [--json] [--speech]");
+    printError(kUsage);
     return kExitUsage;
   }
   try {
@@ -235,10 +267,16 @@ int runMeasureCommand(const std::vector<std::string>& args) {
     }
     const SharedAudioBuffer buffer = readAudioFile(path);
     const Measurements m = measure(path, *buffer, speech);
+    std::optional<LoudnessMeasurement> judged;
+    if (mode) judged = targetMeasurement(m, *buffer);
     if (json) {
-      printJson(m);
+      printJson(m, judged ? targetVerdictsJsonMembers(*mode, *judged) : std::string());
     } else {
       printText(m);
+      if (judged) {
+        std::cout << '\n';
+        printTargetVerdicts(std::cout, *mode, *judged);
+      }
     }
     return kExitSuccess;
   } catch (const NamedError& e) {

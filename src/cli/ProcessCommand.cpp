@@ -544,6 +544,10 @@ class Processor {
 }  // namespace
 
 int runProcessCommand(const std::vector<std::string>& args) {
+  if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
+    std::printf("%s\n", kUsage);
+    return kExitSuccess;
+  }
   Request request;
   try {
     request = parse(args);

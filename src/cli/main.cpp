@@ -16,9 +16,16 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"measure", "measure FILE [--json] [--speech]  loudness, true peak, dynamics, speech-gated loudness",
+    {"measure", "measure FILE [--json] [--speech] [--mode M]\n"
+                "                             loudness, true peak, dynamics of a file; with\n"
+                "                             --speech, speech-gated loudness; with --mode\n"
+                "                             music|podcast|vod|broadcast, the verdicts of that\n"
+                "                             mode's loudness targets",
      corvane::cli::runMeasureCommand},
-    {"process", "process IN -o OUT STEP...            gain, normalize, limit, fade, trim, level dialogue (see --help)",
+    {"process", "process IN -o OUT STEP...  the editor's operations in the order given: --gain,\n"
+                "                             --normalize-peak, --normalize-lufs [--ceiling], --limit,\n"
+                "                             --fade-in, --fade-out, --trim, --level-dialogue\n"
+                "                             (corvane process --help)",
      corvane::cli::runProcessCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},

@@ -203,7 +203,7 @@ namespace {
 // Positions assumed for a buffer that carries none: the canonical layout of its channel count
 // (mono, stereo, 3.0, quad, 5.0, 5.1, 7.1 in L R C LFE Ls Rs Lss Rss order). Other counts are
 // discrete channels, each weighted 1.0.
-std::vector<ChannelPosition> canonicalPositions(int channelCount) {
+std::vector<ChannelPosition> layoutForWeights(int channelCount) {
   using P = ChannelPosition;
   switch (channelCount) {
     case 1: return {P::Mono};
@@ -227,7 +227,7 @@ std::vector<double> bs1770Weights(std::span<const ChannelPosition> positions, in
   const int count = std::max(channelCount, 0);
   std::vector<ChannelPosition> assumed;
   if (static_cast<int>(positions.size()) != count) {
-    assumed = canonicalPositions(count);
+    assumed = layoutForWeights(count);
     positions = assumed;
   }
   // Layouts name their surrounds in two ways. With side channels present (7.1), the sides sit

@@ -42,24 +42,16 @@ std::vector<float> makeWindow(FFTWindowType type, int n, double& sum) {
   return w;
 }
 
-struct FftwFloats {
-  float* data = nullptr;
-  explicit FftwFloats(std::size_t n) : data(fftwf_alloc_real(n)) {
+// An array from fftwf_malloc (aligned as FFTW's SIMD code wants it), freed with the owner.
+template <typename T>
+struct FftwArray {
+  T* data = nullptr;
+  explicit FftwArray(std::size_t n) : data(static_cast<T*>(fftwf_malloc(sizeof(T) * n))) {
     if (data == nullptr) throw std::bad_alloc();
   }
-  ~FftwFloats() { fftwf_free(data); }
-  FftwFloats(const FftwFloats&) = delete;
-  FftwFloats& operator=(const FftwFloats&) = delete;
-};
-
-struct FftwComplex {
-  fftwf_complex* data = nullptr;
-  explicit FftwComplex(std::size_t n) : data(fftwf_alloc_complex(n)) {
-    if (data == nullptr) throw std::bad_alloc();
-  }
-  ~FftwComplex() { fftwf_free(data); }
-  FftwComplex(const FftwComplex&) = delete;
-  FftwComplex& operator=(const FftwComplex&) = delete;
+  ~FftwArray() { fftwf_free(data); }
+  FftwArray(const FftwArray&) = delete;
+  FftwArray& operator=(const FftwArray&) = delete;
 };
 
 }  // namespace
@@ -102,8 +94,8 @@ struct FFTProcessor::State {
   // allocates.
   std::array<std::vector<float>, kWindowTypes> windows;
   std::array<float, kWindowTypes> powerScales{};
-  FftwFloats input;
-  FftwComplex spectrum;
+  FftwArray<float> input;
+  FftwArray<fftwf_complex> spectrum;
   std::vector<float> magnitudes;
   fftwf_plan plan = nullptr;
 };

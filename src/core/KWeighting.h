@@ -8,8 +8,8 @@
 // requested rate, prewarped at its own f0. At 48 kHz this gives the published coefficients
 // back (to 1e-15); from 44.1 kHz up the response stays within 0.01 dB of the 48 kHz one up
 // to 20 kHz. Below 44.1 kHz the transform would bend the shelf by up to 0.2 dB (at 8 kHz), so
-// there the shelf biquad is fitted to the 48 kHz response instead (see KWeighting.cpp), again
-// within 0.01 dB up to 0.45 × the rate. The high pass keeps the standard's passband gain (its
+// there the shelf biquad is fitted to the 48 kHz response instead (see KWeighting.cpp), within
+// 0.007 dB up to 0.45 × the rate. The high pass keeps the standard's passband gain (its
 // numerator 1, −2, 1 at 48 kHz is 0.043 dB above unity), so every rate reads the same level,
 // not just the same shape.
 //

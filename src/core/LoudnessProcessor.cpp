@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <new>
@@ -550,6 +551,7 @@ void LoudnessProcessor::updateTruePeak(const float* const* channelData,
   State& s = *_state;
   s.honourRequests();
   if (channelData == nullptr || frameCount <= 0) return;
+  DenormalGuard guard;
   FrameCount done = 0;
   while (done < frameCount) {
     const FrameCount n = std::min(frameCount - done, s.blockFrames - s.truePeakFramesInBlock);

@@ -69,9 +69,10 @@
 //     called by one thread at a time (the render thread in live use, the task in offline use;
 //     a later feeder must be ordered after the former, e.g. by stopping the audio stream).
 //     Live (offlineFeed false): they never allocate, lock, block or throw.
-//   * Any thread: the read-outs below marked "published" are atomics written once per
-//     completed block (per chunk for the peaks); a reader never sees a torn value and never
-//     blocks the feeder. Different read-outs may come from neighbouring blocks.
+//   * Any thread: the read-outs below marked "published" are atomics written as they change
+//     (momentary per 10 ms step, the gated figures per block, the peaks per chunk); a reader
+//     never sees a torn value and never blocks the feeder. Different read-outs may come from
+//     neighbouring blocks.
 //   * Any thread: reset, resetState and setBlockIndex are requests, stored atomically and
 //     honoured by the feeding thread at the start of its next feeding call, in the order
 //     reset/resetState first, then the block index. The most recent block index requested
@@ -79,12 +80,11 @@
 //     already read as reset.
 //   * Owner thread (the feeding thread, or any thread while nothing feeds): construction,
 //     setOfflineFeed, blockHistory, speechHistory.
-// Allocation: construction allocates everything live use needs (a few hundred kB of
+// Allocation: construction allocates everything live use needs (about 1 MB, mostly gating
 // histograms). With offlineFeed true, process() appends to the block history and so may
 // allocate; that is the only difference between the two uses.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>

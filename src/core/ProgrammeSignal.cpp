@@ -126,6 +126,12 @@ SharedAudioBuffer synthesiseProgramme(const ProgrammeSignalOptions& options) {
 
   // Chords (MIDI notes) of a I–V–vi–IV progression, two seconds each at 120 BPM.
   static constexpr std::array<std::array<int, 3>, 4> kChords = {{{60, 64, 67}, {55, 59, 62}, {57, 60, 64}, {53, 57, 60}}};
+  std::array<std::array<double, 3>, 4> chordHz{};
+  for (std::size_t c = 0; c < kChords.size(); ++c) {
+    for (std::size_t n = 0; n < 3; ++n) chordHz[c][n] = midiToHz(kChords[c][n]);
+  }
+  std::array<double, 6> harmonicWeights{};
+  for (std::size_t h = 0; h < harmonicWeights.size(); ++h) harmonicWeights[h] = 1.0 / std::pow(h + 1.0, 1.3);
   constexpr double kBeat = 0.5;
   constexpr double kChordLength = 4 * kBeat;
   // Bar-level accents, fixed per bar so the dynamics repeat identically.
@@ -163,23 +169,32 @@ SharedAudioBuffer synthesiseProgramme(const ProgrammeSignalOptions& options) {
     if (!inSpeech && t < fadeEnd) {
       const int chordIndex = static_cast<int>(t / kChordLength);
       const double inChord = t - chordIndex * kChordLength;
-      const auto& chord = kChords[static_cast<std::size_t>(chordIndex % 4)];
+      const auto chordSlot = static_cast<std::size_t>(chordIndex % 4);
+      const auto& chord = kChords[chordSlot];
       double gain = t < speechStart ? 0.45 : 0.55 + 0.45 * std::clamp((t - speechEnd) / (fadeStart - speechEnd), 0.0, 1.0);
       if (t >= fadeStart) gain *= std::max(0.0, 1.0 - (t - fadeStart) / (fadeEnd - fadeStart));
       gain *= accents[static_cast<std::size_t>(chordIndex) % accents.size()];
       const double pad = envelope(inChord, kChordLength, 0.03, 0.4, 0.6, 0.08);
       for (std::size_t n = 0; n < chord.size(); ++n) {
-        const double f = midiToHz(chord[n]);
+        const double f = chordHz[chordSlot][n];
         notePhase[n] = std::fmod(notePhase[n] + f / rate, 1.0);
-        double tone = 0.0;
-        for (int h = 1; h <= 6; ++h) tone += std::sin(kTwoPi * h * notePhase[n]) / std::pow(h, 1.3);
+        // Six harmonics falling as 1/h^1.3, by the sine recurrence (one sin and one cos).
+        const double theta = kTwoPi * notePhase[n];
+        const double twoCos = 2.0 * std::cos(theta);
+        double previous = 0.0, current = std::sin(theta), tone = 0.0;
+        for (const double weight : harmonicWeights) {
+          tone += weight * current;
+          const double next = twoCos * current - previous;
+          previous = current;
+          current = next;
+        }
         const double pan = n == 0 ? 0.35 : (n == 1 ? -0.35 : 0.0);
         musicL += 0.12 * pad * tone * (1.0 - pan);
         musicR += 0.12 * pad * tone * (1.0 + pan);
       }
       // Bass, one note per beat on the chord's root.
       const double inBeat = std::fmod(t, kBeat);
-      const double bassF = midiToHz(chord[0] - 24);
+      const double bassF = chordHz[chordSlot][0] / 4.0;
       bassPhase[0] = std::fmod(bassPhase[0] + bassF / rate, 1.0);
       bassPhase[1] = std::fmod(bassPhase[1] + 2.0 * bassF / rate, 1.0);
       const double bass = envelope(inBeat, kBeat, 0.005, 0.25, 0.3, 0.02) *

@@ -61,7 +61,20 @@ void (*chooseKernel())(const float*, const float*, float*) {
 
 void noInterpolation(const float*, const float*, float* out) { std::fill_n(out, kTile, 0.0f); }
 
-inline float sanitised(float v) { return std::isfinite(v) ? v : 0.0f; }
+// Largest of 16 values, as a tree: a running maximum would chain 16 dependent operations.
+inline float max16(const float* p) {
+  float a[8], b[4];
+  for (int i = 0; i < 8; ++i) a[i] = p[i] < p[i + 8] ? p[i + 8] : p[i];
+  for (int i = 0; i < 4; ++i) b[i] = a[i] < a[i + 4] ? a[i + 4] : a[i];
+  const float c0 = b[0] < b[2] ? b[2] : b[0], c1 = b[1] < b[3] ? b[3] : b[1];
+  return c0 < c1 ? c1 : c0;
+}
+
+inline float maxAbs16(const float* p) {
+  float a[kTile];
+  for (int i = 0; i < kTile; ++i) a[i] = std::fabs(p[i]);
+  return max16(a);
+}
 
 }  // namespace
 
@@ -118,17 +131,15 @@ int TruePeakInterpolator::load(const ChannelState& state, Scratch& scratch, cons
                                int count) const noexcept {
   float* s = scratch.samples.data();
   std::memcpy(s, state.history.data(), sizeof(float) * kHistory);
-  for (int i = 0; i < count; ++i) s[kHistory + i] = sanitised(input[i]);
+  for (int i = 0; i < count; ++i) {
+    const float v = input[i];
+    s[kHistory + i] = (v - v == 0.0f) ? v : 0.0f;  // NaN and ±inf (v − v is NaN) become 0
+  }
   std::fill_n(s + kHistory + count, 2 * kTile, 0.0f);
   const int filled = kHistory + count;
   const int tiles = (filled + kTile - 1) / kTile;
   float* tileMax = scratch.tileMax.data();
-  for (int t = 0; t < tiles; ++t) {
-    const float* p = s + t * kTile;
-    float m = 0.0f;
-    for (int i = 0; i < kTile; ++i) m = std::max(m, std::fabs(p[i]));
-    tileMax[t] = m;
-  }
+  for (int t = 0; t < tiles; ++t) tileMax[t] = maxAbs16(s + t * kTile);
   return tiles;
 }
 
@@ -147,12 +158,12 @@ float TruePeakInterpolator::measureMax(ChannelState& state, Scratch& scratch, co
       const float local = tileMax[t];
       samplePeak = std::max(samplePeak, local);
       result = std::max(result, local);
-      const float reach = std::max({tileMax[t - 2], tileMax[t - 1], local});
+      const float reach = std::max(std::max(tileMax[t - 2], tileMax[t - 1]), local);
       if (_factor == 1 || reach * _worstCaseGain <= std::max(threshold, result)) continue;
       const int first = t * kTile;
       _kernel(s + first, _coefficients.data(), out);
-      const int valid = std::min(kTile, end - first);
-      for (int i = 0; i < valid; ++i) result = std::max(result, out[i]);
+      for (int i = end - first; i < kTile; ++i) out[i] = 0.0f;  // past the input: not ours
+      result = std::max(result, max16(out));
     }
     std::memcpy(state.history.data(), s + n, sizeof(float) * kHistory);
     input += n;

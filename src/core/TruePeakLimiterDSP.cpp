@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/Decibels.h"
+#include "core/DenormalGuard.h"
 #include "core/TruePeakInterpolator.h"
 
 namespace corvane {
@@ -138,6 +139,7 @@ float TruePeakLimiterDSP::currentGainReductionDB() const noexcept {
 void TruePeakLimiterDSP::process(float* const* channels, int frameCount) noexcept {
   if (channels == nullptr || frameCount <= 0) return;
   State& s = *_state;
+  DenormalGuard guard;
   const double ceiling = dbToLinear(static_cast<double>(ceilingDB()) - kMarginDB);
   int done = 0;
   while (done < frameCount) {

@@ -12,8 +12,8 @@
 // Result: the output's true peak by our own meter never exceeds the ceiling; another
 // meter's interpolator (libebur128's, for one) may read up to about 0.1 dB differently.
 //
-// Latency: latencyFrames() frames (the look-ahead plus half the interpolator span); the output
-// is the input delayed by that much, scaled. Silence comes out first.
+// Latency: latencyFrames() frames (the look-ahead plus 22 frames for the interpolator's span);
+// the output is the input delayed by that much, scaled. Silence comes out first.
 //
 // Thread class: construction allocates; process() and reset() run on the render thread and
 // allocate nothing, never block, never throw. setCeilingDB() may be called from another thread

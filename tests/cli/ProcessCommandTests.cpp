@@ -229,6 +229,9 @@ TEST(ProcessCommandTest, UsageErrorsExitTwoAndNamedErrorsOne) {
   const fs::path input = folder / "in.wav", out = folder / "out.wav";
   soxMake(input, "-r 48000 -b 16 -c 1", "synth 2 sine 440 vol 0.2");
   const std::string io = q(input) + " -o " + q(out);
+  const ToolRun help = corvane("--help");
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.err.find("--normalize-lufs LUFS"), std::string::npos) << help.err;
   EXPECT_EQ(corvane(io).exitCode, 2);                                    // no step
   EXPECT_EQ(corvane(q(input) + " --gain 1").exitCode, 2);                // no output
   EXPECT_EQ(corvane(io + " --gain loud").exitCode, 2);                   // not a number

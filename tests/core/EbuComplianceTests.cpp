@@ -94,35 +94,37 @@ TEST_P(EbuCompliance, Tech3341_10_MaxShortTermOfEachFileIsMinus23) {
   }
 }
 
-// Live feed in render-sized chunks; `onChunk` sees the processor after every chunk and the
-// time at its end.
-template <typename F>
-void feedLive(LoudnessProcessor& p, const Planar& signal, FrameCount chunk, F onChunk) {
-  for (FrameCount start = 0; start < signal.frames(); start += chunk) {
-    const FrameCount n = std::min(chunk, signal.frames() - start);
+// Live meters (tests 11 and 14): 20 tones at −38 + i dBFS, each in a segment of its own,
+// starting i × `step` s into it; the signal is fed in render-sized chunks and `reading` is
+// taken after every chunk. Returns, per segment, the largest reading taken during it.
+template <typename Reading>
+std::vector<double> liveSegmentMaxima(double rate, double segment, double tone, double step, Reading reading) {
+  std::vector<std::pair<double, double>> segments;
+  for (int i = 0; i < 20; ++i) {
+    segments.push_back({i * step, kNegInf});
+    segments.push_back({tone, -38.0 + i});
+    segments.push_back({segment - tone - i * step, kNegInf});
+  }
+  const Planar signal = toneSequence(rate, segments);
+  LoudnessProcessor p(rate, 2);
+  std::vector<double> maxima(20, kNegInf);
+  constexpr FrameCount kChunk = 480;
+  for (FrameCount start = 0; start < signal.frames(); start += kChunk) {
+    const FrameCount n = std::min(kChunk, signal.frames() - start);
     const auto ptrs = signal.pointers(start);
     p.updateTruePeak(ptrs.data(), n);
     p.process(ptrs.data(), n);
-    onChunk(static_cast<double>(start + n) / signal.rate);
+    const double t = static_cast<double>(start + n) / rate;
+    auto& slot = maxima[static_cast<std::size_t>(std::min(19, static_cast<int>(t / segment - 1e-9)))];
+    slot = std::max(slot, reading(p));
   }
+  return maxima;
 }
 
-// Test 11 (live): 20 tones of rising level in 6 s segments; the short-term maximum of each
-// segment, read from the published value while playing, is −38 + i.
+// Test 11 (live): 3 s tones in 6 s segments; the short-term maximum of each segment, read from
+// the published value while playing, is −38 + i.
 TEST_P(EbuCompliance, Tech3341_11_LiveShortTermMaximaRiseOneLUPerSegment) {
-  std::vector<std::pair<double, double>> segments;
-  for (int i = 0; i < 20; ++i) {
-    segments.push_back({i * 0.15, kNegInf});
-    segments.push_back({3.0, -38.0 + i});
-    segments.push_back({3.0 - i * 0.15, kNegInf});
-  }
-  const Planar signal = toneSequence(rate(), segments);
-  LoudnessProcessor p(rate(), 2);
-  std::vector<double> maxima(20, kNegInf);
-  feedLive(p, signal, 512, [&](double t) {
-    const int segment = std::min(19, static_cast<int>(t / 6.0 - 1e-9));
-    maxima[static_cast<std::size_t>(segment)] = std::max(maxima[static_cast<std::size_t>(segment)], p.shortTermLUFS());
-  });
+  const auto maxima = liveSegmentMaxima(rate(), 6.0, 3.0, 0.15, [](const LoudnessProcessor& p) { return p.shortTermLUFS(); });
   for (int i = 0; i < 20; ++i) EXPECT_NEAR(maxima[static_cast<std::size_t>(i)], -38.0 + i, kLoudnessTolerance) << i;
 }
 
@@ -149,23 +151,11 @@ TEST_P(EbuCompliance, Tech3341_13_MaxMomentaryOfEachFileIsMinus23) {
   }
 }
 
-// Test 14 (live): 20 tones of 400 ms in 0.8 s segments; the maximum momentary published by the
-// end of each segment is −38 + i.
+// Test 14 (live): 400 ms tones in 0.8 s segments; the maximum momentary published by the end
+// of each segment is −38 + i.
 TEST_P(EbuCompliance, Tech3341_14_LiveMaxMomentaryRisesOneLUPerSegment) {
-  std::vector<std::pair<double, double>> segments;
-  for (int i = 0; i < 20; ++i) {
-    segments.push_back({i * 0.02, kNegInf});
-    segments.push_back({0.4, -38.0 + i});
-    segments.push_back({0.4 - i * 0.02, kNegInf});
-  }
-  const Planar signal = toneSequence(rate(), segments);
-  LoudnessProcessor p(rate(), 2);
-  std::vector<double> atSegmentEnd(20, kNegInf);
-  feedLive(p, signal, 480, [&](double t) {
-    const int segment = std::min(19, static_cast<int>(t / 0.8 - 1e-9));
-    atSegmentEnd[static_cast<std::size_t>(segment)] = p.maxMomentaryLUFS();
-  });
-  for (int i = 0; i < 20; ++i) EXPECT_NEAR(atSegmentEnd[static_cast<std::size_t>(i)], -38.0 + i, kLoudnessTolerance) << i;
+  const auto maxima = liveSegmentMaxima(rate(), 0.8, 0.4, 0.02, [](const LoudnessProcessor& p) { return p.maxMomentaryLUFS(); });
+  for (int i = 0; i < 20; ++i) EXPECT_NEAR(maxima[static_cast<std::size_t>(i)], -38.0 + i, kLoudnessTolerance) << i;
 }
 
 // --- True peak, tests 15–23 -------------------------------------------------------------

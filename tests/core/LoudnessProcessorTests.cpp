@@ -11,21 +11,11 @@
 
 #include "TestSignals.h"
 #include "core/LoudnessProcessor.h"
-#include "core/ProgrammeSignal.h"
 
 namespace corvane::test {
 namespace {
 
 constexpr double kNegInf = -std::numeric_limits<double>::infinity();
-
-Planar programme(double rate, int channels, double seconds, std::uint64_t seed) {
-  const SharedAudioBuffer b = synthesiseProgramme({rate, channels, seconds, seed});
-  Planar p(rate, channels);
-  for (int c = 0; c < channels; ++c) {
-    p.channels[static_cast<std::size_t>(c)].assign(b->channel(c), b->channel(c) + b->frameLength());
-  }
-  return p;
-}
 
 // The loudness of a steady 1 kHz stereo tone, by libebur128: the level the windows are
 // compared with below.

@@ -64,6 +64,9 @@ void taper(Planar& signal, double seconds);
 Planar toneSequence(double rate, const std::vector<std::pair<double, double>>& segments,
                     double frequencyHz = 1000.0, int channelCount = 2);
 
+// Programme-like material (ProgrammeSignal) as a Planar signal.
+Planar programme(double rate, int channelCount, double seconds, std::uint64_t seed);
+
 // Band-limited noise: white noise (seeded, deterministic) through a 6th-order low pass at
 // `cutoffHz`, each channel independent, scaled to `rmsDB` dBFS, with a slow level movement of
 // ±`swingDB` so loudness range has something to measure.
@@ -97,6 +100,12 @@ OracleResult ebur128Measure(const Planar& signal, const std::vector<int>& channe
 // Loudness range by the Tech 3342 definition (its MATLAB reference: absolute gate −70 LUFS,
 // relative gate −20 LU, nearest-rank 10th and 95th percentiles of the sorted values).
 double tech3342Range(std::vector<double> shortTermLUFS);
+
+// True peak of one channel by ideal band-limited reconstruction: the signal upsampled 8× by
+// zero-padding its spectrum (segments of 8192 frames, 1024 frames of context on each side
+// discarded), each maximum refined by a parabola through its neighbours, in dBTP. An oracle independent of every interpolation filter; it assumes
+// nothing at all above Nyquist, so it suits material with little energy in the top octave.
+double idealTruePeakDB(const std::vector<float>& samples);
 
 // Writes a 32-bit float WAV (through libsndfile); throws std::runtime_error on failure.
 void writeWav(const std::string& path, const Planar& signal);
