@@ -27,6 +27,8 @@ const Command kCommands[] = {
                 "                             --fade-in, --fade-out, --trim, --level-dialogue\n"
                 "                             (corvane process --help)",
      corvane::cli::runProcessCommand},
+    {"info", "info FILE [--json]                 format, layout and identity of an audio file",
+     corvane::cli::runInfoCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };

@@ -34,9 +34,9 @@ bool isWritable(AudioContainer container);
 // systems: Linux has no such hierarchy that every machine carries (shared-mime-info is
 // optional and calls .raw camera images and .mp4 video), so Corvane keeps its own table of the
 // extensions that only audio files carry: wav wave bwf rf64 bw64 w64 aif aiff aifc caf flac
-// mp3 mp2 mpa m4a m4b aac adts ogg oga opus spx wma ac3 ec3 dts amr awb au snd ape wv tta mka
-// dsf dff voc sd2 alac. Video containers (mp4, mov, mkv, webm) and headerless-data names (raw,
-// pcm, bin, dat) are not in it.
+// mp3 mp2 mpa m4a m4b m4r aac adts ogg oga opus spx wma ac3 ec3 dts amr awb 3ga au snd ape wv
+// tta mka dsf dff voc sd2 alac. Video containers (mp4, mov, mkv, webm) and headerless-data
+// names (raw, pcm, bin, dat) are not in it.
 bool isAudioFileExtension(std::string_view extension);
 
 // The extension in lower case without its dot.

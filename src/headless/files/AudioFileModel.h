@@ -90,6 +90,11 @@ struct AudioFileModel {
   // raw reader's (RawPCMReadError) pass unchanged.
   static Loaded load(const std::filesystem::path& url, const std::optional<RawPCMFormat>& rawFormat = std::nullopt);
 
+  // The decoding half of load() alone: the whole file as planar float in canonical channel
+  // order, without model, peaks or clip regions (for `corvane measure` and pipelines that
+  // only measure). Throws as load() does.
+  static SharedAudioBuffer decode(const std::filesystem::path& url);
+
   // The model from the file's headers only, for `corvane info`: format, identity, frame
   // count, and a pcmBuffer of no frames that carries the canonical channel positions. No
   // peaks, no clip regions. Throws as load() does, but never reads the audio.

@@ -45,6 +45,10 @@ UniqueFd openAudioFileForReading(const std::filesystem::path& url) {
 std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::path& url) {
   auto fd = detail::openAudioFileForReading(url);
   const auto probe = detail::probeContainer(fd.get());
+  if (probe && probe->container == detail::ContainerKind::flac) {
+    detail::UniqueFd flac(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+    if (auto reader = detail::openWithLibFlac(std::move(flac), &*probe)) return reader;
+  }
   detail::UniqueFd second(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
   if (auto reader = detail::openWithSndfile(std::move(fd), probe ? &*probe : nullptr)) return reader;
   if (second) {
@@ -56,7 +60,10 @@ std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::pa
 std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::path& url, Decoder decoder) {
   auto fd = detail::openAudioFileForReading(url);
   std::unique_ptr<AudioFileReader> reader;
-  if (decoder == Decoder::libsndfile) {
+  if (decoder == Decoder::libflac) {
+    const auto probe = detail::probeContainer(fd.get());
+    if (probe && probe->container == detail::ContainerKind::flac) reader = detail::openWithLibFlac(std::move(fd), &*probe);
+  } else if (decoder == Decoder::libsndfile) {
     const auto probe = detail::probeContainer(fd.get());
     reader = detail::openWithSndfile(std::move(fd), probe ? &*probe : nullptr);
   } else {

@@ -1,8 +1,9 @@
 // AudioFileReader: an open audio file, decoded to planar float on request.
 //
 // libsndfile reads what it knows (WAV and WAVE_FORMAT_EXTENSIBLE, RF64, Wave64, AIFF/AIFF-C,
-// CAF, FLAC, Ogg Vorbis/Opus/FLAC, MP3, AU and more); the FFmpeg libraries read the rest
-// (AAC/M4A, ALAC in MP4, BW64, WMA, ...). The file is opened by descriptor and identified by
+// CAF, Ogg Vorbis/Opus/FLAC, MP3, AU and more); the FFmpeg libraries read the rest (AAC/M4A,
+// ALAC in MP4, BW64, WMA, ...). Native FLAC goes to libFLAC directly, the library libsndfile
+// would use anyway, minus two conversion passes (it then decodes at libFLAC's own speed). The file is opened by descriptor and identified by
 // its bytes only: neither library is shown its name, so a headerless file called ".au" or
 // ".vox" is never decoded as noise by a guess from its extension. FFmpeg's format probe must
 // be confident (a score above AVPROBE_SCORE_RETRY): a weak guess is a failure, so that
@@ -30,16 +31,18 @@ namespace corvane {
 
 class AudioFileReader {
  public:
-  enum class Decoder { libsndfile, ffmpeg };
+  enum class Decoder { libflac, libsndfile, ffmpeg };
 
   virtual ~AudioFileReader() = default;
 
-  // Opens `url` with libsndfile, else with FFmpeg. Throws AudioDecodeError with the reason
+  // Opens `url` with libFLAC (native FLAC), else libsndfile, else FFmpeg. Throws
+  // AudioDecodeError with the reason
   // for the user: no such file, a folder, not a regular file, empty, unreadable, or not audio
   // that either library can decode.
   static std::unique_ptr<AudioFileReader> open(const std::filesystem::path& url);
 
-  // Opens `url` with one decoder only (the load's second road, after a failing read).
+  // Opens `url` with one decoder only (the load's second road, after a failing read; libflac
+  // opens native FLAC only).
   static std::unique_ptr<AudioFileReader> open(const std::filesystem::path& url, Decoder decoder);
 
   Decoder decoder() const { return _decoder; }

@@ -18,4 +18,7 @@ std::unique_ptr<AudioFileReader> openWithSndfile(UniqueFd fd, const ContainerPro
 
 std::unique_ptr<AudioFileReader> openWithFFmpeg(UniqueFd fd);
 
+// Native FLAC streams only; `probe` (may be null) supplies the channel positions.
+std::unique_ptr<AudioFileReader> openWithLibFlac(UniqueFd fd, const ContainerProbe* probe);
+
 }  // namespace corvane::detail

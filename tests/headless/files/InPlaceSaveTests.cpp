@@ -85,7 +85,9 @@ TEST_F(InPlaceSaving, KeepsContainerEncodingLayoutAndPermissions) {
     EXPECT_EQ(after->pcmEncoding, before->pcmEncoding);
     const auto probeAfter = test::ffprobe(file);
     // Wave64 has no place for a layout in libsndfile's writer; every other container keeps it.
-    if (c.fixture != "wave64.w64") EXPECT_EQ(probeAfter.channelLayout, probeBefore.channelLayout);
+    if (c.fixture != "wave64.w64") {
+      EXPECT_EQ(probeAfter.channelLayout, probeBefore.channelLayout);
+    }
     EXPECT_EQ(probeAfter.sampleRate, probeBefore.sampleRate);
     EXPECT_EQ(probeAfter.durationFrames, probeBefore.durationFrames);
     const auto oracleAfter = c.oracle == "sox" ? test::soxDecode(file) : test::ffmpegDecode(file);

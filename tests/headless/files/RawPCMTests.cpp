@@ -118,7 +118,9 @@ TEST_F(RawPCM, PlanarHeaderSkipToleranceAndFrameLimit) {
   const auto left = soxRaw("wav-s16.wav", "-e signed-integer -b 16 -L", "remix 1");
   const auto right = soxRaw("wav-s16.wav", "-e signed-integer -b 16 -L", "remix 2");
   ASSERT_EQ(left.size(), right.size());
-  std::vector<unsigned char> bytes(44, 0x77);
+  std::vector<unsigned char> bytes;
+  bytes.reserve(44 + left.size() + right.size() + 3);
+  bytes.assign(44, 0x77);
   bytes.insert(bytes.end(), left.begin(), left.end());
   bytes.insert(bytes.end(), right.begin(), right.end());
   bytes.insert(bytes.end(), {1, 2, 3});

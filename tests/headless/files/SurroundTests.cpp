@@ -5,6 +5,7 @@
 
 #include "FileTestSupport.h"
 #include "headless/files/AudioFileModel.h"
+#include "core/SurroundBake.h"
 #include "headless/files/AudioFileReader.h"
 
 namespace corvane {
@@ -66,6 +67,48 @@ INSTANTIATE_TEST_SUITE_P(Layouts, SurroundFiles,
                            }
                            return name;
                          });
+
+TEST_P(SurroundFiles, AStereoDownmixTakesEachSpeakerWithItsGain) {
+  // Lo = L + 0.5 C + 0.5 Ls (+ 0.5 Lss), Ro likewise; LFE dropped, and Ro takes the left
+  // surround inverted and shifted by 90° (a matrix-surround style fold) to show the routes mix
+  // by position.
+  const auto& param = GetParam();
+  const auto loaded = AudioFileModel::load(test::fixtureFolder() / param.file);
+  const AudioBuffer& buffer = *loaded.buffer;
+  std::vector<std::vector<float>> channels;
+  for (int c = 0; c < buffer.channelCount(); ++c) channels.emplace_back(buffer.channel(c), buffer.channel(c) + buffer.frameLength());
+  using Route = SurroundBake::Route;
+  std::vector<Route> left{{0, 1.0f, false}, {2, 0.5f, false}, {4, 0.5f, false}};
+  std::vector<Route> right{{1, 1.0f, false}, {2, 0.5f, false}, {5, 0.5f, false}, {4, -0.25f, true}};
+  if (param.channels == 8) {
+    left.push_back({6, 0.5f, false});
+    right.push_back({7, 0.5f, false});
+  }
+  const auto out = SurroundBake::render(channels, {left, right}, buffer.sampleRate());
+  ASSERT_EQ(out.size(), 2u);
+  ASSERT_EQ(static_cast<FrameCount>(out[0].size()), buffer.frameLength());
+  // Each tone was written at 0.25; the Goertzel magnitude of a sine of amplitude A is A / 2.
+  auto level = [&](int output, int tone) {
+    const auto& x = out[static_cast<std::size_t>(output)];
+    return 2.0 * test::toneMagnitude(x.data() + 2400, static_cast<FrameCount>(x.size()) - 4800, buffer.sampleRate(),
+                                     test::kSurroundTones[tone]);
+  };
+  const double lossyTolerance = param.file.find(".wav") != std::string::npos || param.file.find(".flac") != std::string::npos ? 0.005 : 0.03;
+  EXPECT_NEAR(level(0, 0), 0.25, lossyTolerance);
+  EXPECT_NEAR(level(0, 2), 0.125, lossyTolerance);
+  EXPECT_NEAR(level(0, 4), 0.125, lossyTolerance);
+  EXPECT_LT(level(0, 1), 0.01);
+  EXPECT_LT(level(0, 3), 0.01);
+  EXPECT_LT(level(0, 5), 0.01);
+  EXPECT_NEAR(level(1, 1), 0.25, lossyTolerance);
+  EXPECT_NEAR(level(1, 4), 0.0625, lossyTolerance);
+  EXPECT_LT(level(1, 0), 0.01);
+  if (param.channels == 8) {
+    EXPECT_NEAR(level(0, 6), 0.125, lossyTolerance);
+    EXPECT_NEAR(level(1, 7), 0.125, lossyTolerance);
+    EXPECT_LT(level(0, 7), 0.01);
+  }
+}
 
 TEST(SurroundOrder, VorbisFileOrderIsReorderedNotRelabelled) {
   // Vorbis stores 5.1 as L C R Ls Rs LFE. The reader hands the channels over in that order

@@ -242,7 +242,9 @@ TEST(PCMWriting, LayoutsReachTheFileWhereTheContainerHoldsThem) {
     writer->write(*buffer);
     writer->finish();
     writer.reset();
-    if (!c.ffprobeLayout.empty()) EXPECT_EQ(test::ffprobe(file).channelLayout, c.ffprobeLayout);
+    if (!c.ffprobeLayout.empty()) {
+      EXPECT_EQ(test::ffprobe(file).channelLayout, c.ffprobeLayout);
+    }
     auto reader = AudioFileReader::open(file);
     auto expected = c.positions;
     EXPECT_EQ(reader->channelPositions(), expected);
