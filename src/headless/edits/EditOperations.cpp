@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 #include <numbers>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 
@@ -398,8 +399,21 @@ bool runNormalizePeak(EditSource& source, Store& store, double targetDB) {
   return true;
 }
 
-void checkChannels(const float* const* channelData, int channelCount) {
+// The range of an in-place edit clamped into the arrays, as a window over all of them; none
+// when there is nothing to edit.
+struct InPlaceRange {
+  EditKernels::Window window;
+  FrameCount start;
+  FrameCount end;
+};
+
+std::optional<InPlaceRange> inPlaceRange(float* const* channelData, int channelCount, FrameCount totalFrames,
+                                         FrameCount startFrame, FrameCount endFrame) {
   if (channelCount > 0 && channelData == nullptr) throw std::invalid_argument("An in-place edit needs its channels.");
+  const FrameCount start = clampFrame(startFrame, totalFrames);
+  const FrameCount end = clampFrame(endFrame, totalFrames);
+  if (start >= end || channelCount < 1) return std::nullopt;
+  return InPlaceRange{{channelData, channelCount, 0, totalFrames}, start, end};
 }
 
 }  // namespace
@@ -543,46 +557,38 @@ EditResult EditOperations::expandNonSpeech(const ChannelData& channelData, const
 
 bool EditOperations::changeLevelInPlace(float* const* channelData, int channelCount, FrameCount totalFrames,
                                         double gainDB, FrameCount startFrame, FrameCount endFrame) {
-  checkChannels(channelData, channelCount);
-  const FrameCount start = clampFrame(startFrame, totalFrames);
-  const FrameCount end = clampFrame(endFrame, totalFrames);
-  if (start >= end || channelCount < 1) return false;
-  EditKernels::applyGain({channelData, channelCount, 0, totalFrames}, start, end, dbToLinear(gainDB));
+  const auto range = inPlaceRange(channelData, channelCount, totalFrames, startFrame, endFrame);
+  if (!range) return false;
+  EditKernels::applyGain(range->window, range->start, range->end, dbToLinear(gainDB));
   return true;
 }
 
 bool EditOperations::fadeInPlace(float* const* channelData, int channelCount, FrameCount totalFrames,
                                  FadeDirection direction, FadeCurve curve, FrameCount startFrame, FrameCount endFrame) {
-  checkChannels(channelData, channelCount);
-  const FrameCount start = clampFrame(startFrame, totalFrames);
-  const FrameCount end = clampFrame(endFrame, totalFrames);
-  if (start >= end || channelCount < 1) return false;
-  EditKernels::applyFade({channelData, channelCount, 0, totalFrames}, start, end, direction, curve);
+  const auto range = inPlaceRange(channelData, channelCount, totalFrames, startFrame, endFrame);
+  if (!range) return false;
+  EditKernels::applyFade(range->window, range->start, range->end, direction, curve);
   return true;
 }
 
 bool EditOperations::invertPhaseInPlace(float* const* channelData, int channelCount, FrameCount totalFrames,
                                         FrameCount startFrame, FrameCount endFrame) {
-  checkChannels(channelData, channelCount);
-  const FrameCount start = clampFrame(startFrame, totalFrames);
-  const FrameCount end = clampFrame(endFrame, totalFrames);
-  if (start >= end || channelCount < 1) return false;
-  EditKernels::applyInvert({channelData, channelCount, 0, totalFrames}, start, end);
+  const auto range = inPlaceRange(channelData, channelCount, totalFrames, startFrame, endFrame);
+  if (!range) return false;
+  EditKernels::applyInvert(range->window, range->start, range->end);
   return true;
 }
 
 bool EditOperations::removeDCOffsetInPlace(float* const* channelData, int channelCount, FrameCount totalFrames,
                                            FrameCount startFrame, FrameCount endFrame) {
-  checkChannels(channelData, channelCount);
-  const FrameCount start = clampFrame(startFrame, totalFrames);
-  const FrameCount end = clampFrame(endFrame, totalFrames);
-  if (start >= end || channelCount < 1) return false;
+  const auto range = inPlaceRange(channelData, channelCount, totalFrames, startFrame, endFrame);
+  if (!range) return false;
   for (int c = 0; c < channelCount; ++c) {
     float* x = channelData[c];
     double sum = 0.0;
-    for (FrameCount i = start; i < end; ++i) sum += static_cast<double>(x[i]);
-    const double mean = sum / static_cast<double>(end - start);
-    for (FrameCount i = start; i < end; ++i) x[i] = static_cast<float>(static_cast<double>(x[i]) - mean);
+    for (FrameCount i = range->start; i < range->end; ++i) sum += static_cast<double>(x[i]);
+    const double mean = sum / static_cast<double>(range->end - range->start);
+    for (FrameCount i = range->start; i < range->end; ++i) x[i] = static_cast<float>(static_cast<double>(x[i]) - mean);
   }
   return true;
 }
@@ -591,8 +597,7 @@ bool EditOperations::expandNonSpeechInPlace(float* const* channelData, int chann
                                             const SpeechHistory& speechMask, FrameCount blockFrames,
                                             double reductionDB, double makeupDB, double attackMs, double releaseMs,
                                             double sampleRate) {
-  checkChannels(channelData, channelCount);
-  if (channelCount < 1 || totalFrames <= 0) return false;
+  if (!inPlaceRange(channelData, channelCount, totalFrames, 0, totalFrames)) return false;
   const EditKernels::NonSpeechGain gate(speechMask, blockFrames, reductionDB, makeupDB, attackMs, releaseMs, sampleRate);
   if (gate.isIdentity()) return false;
   gate.apply({channelData, channelCount, 0, totalFrames});
