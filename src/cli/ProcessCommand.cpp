@@ -404,6 +404,7 @@ class Processor {
   }
 
   Ops::ChunkEditor dialogueEditor(const Step& step) {
+    if (step.value == 0.0) return nullptr;
     const double rate = sampleRate();
     const SpeechHistory history = detectSpeech();
     if (std::find(history.begin(), history.end(), true) == history.end()) {
@@ -558,6 +559,8 @@ int runProcessCommand(const std::vector<std::string>& args) {
   }
   try {
     EditOutputGuard::assertNotInPlace(request.input, request.output);
+    // The limit replaces the machine's memory figures for every decision of this run: whether
+    // the file is loaded, and which steps rebuild in memory.
     if (request.memoryLimitMB) {
       const auto limit = static_cast<std::int64_t>(*request.memoryLimitMB * 1024.0 * 1024.0);
       MemoryFigures figures = AudioLoadLimits::readSystemFigures();
