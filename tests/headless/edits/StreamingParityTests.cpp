@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 #include <functional>
 #include <regex>
@@ -13,6 +14,7 @@
 #include "EditTestSupport.h"
 #include "core/ChannelOrder.h"
 #include "headless/TemporaryFiles.h"
+#include "headless/edits/EditKernels.h"
 #include "headless/edits/EditOperations.h"
 #include "headless/files/AudioFileModel.h"
 #include "headless/files/PCMWriteSettings.h"
@@ -105,6 +107,49 @@ TEST_F(StreamingParityTest, EveryRebuildingEditStreamsTheSamplesOfItsInMemoryTwi
     ASSERT_TRUE(c.streamed(file, to, 65521));
     EXPECT_EQ(ffprobe(to).codecName, "pcm_f32le");
     EXPECT_TRUE(bitIdentical(readAudio(to).channels, expected.channelData));
+  }
+}
+
+TEST_F(StreamingParityTest, InPlaceRulesAppliedChunkByChunkGiveTheInPlaceMembersSamples) {
+  SpeechHistory mask(62, false);
+  for (int b = 7; b < 19; ++b) mask[static_cast<std::size_t>(b)] = true;
+  for (int b = 30; b < 33; ++b) mask[static_cast<std::size_t>(b)] = true;
+  const EditKernels::NonSpeechGain gate(mask, 4800, -18.0, 1.5, 5.0, 200.0, audio.rate);
+  struct Case {
+    std::string name;
+    std::function<void(float* const*, FrameCount)> whole;
+    Ops::ChunkEditor chunked;
+  };
+  const FrameCount start = 1234, end = 250123;
+  const Case cases[] = {
+      {"gain", [&](float* const* p, FrameCount n) { Ops::changeLevelInPlace(p, 2, n, -7.5, start, end); },
+       [&](float* const* p, int c, FrameCount first, FrameCount n) {
+         EditKernels::applyGain({p, c, first, n}, start, end, std::pow(10.0, -7.5 / 20.0));
+       }},
+      {"fade out, log",
+       [&](float* const* p, FrameCount n) {
+         Ops::fadeInPlace(p, 2, n, Ops::FadeDirection::fadeOut, Ops::FadeCurve::log, start, end);
+       },
+       [&](float* const* p, int c, FrameCount first, FrameCount n) {
+         EditKernels::applyFade({p, c, first, n}, start, end, Ops::FadeDirection::fadeOut, Ops::FadeCurve::log);
+       }},
+      {"invert", [&](float* const* p, FrameCount n) { Ops::invertPhaseInPlace(p, 2, n, start, end); },
+       [&](float* const* p, int c, FrameCount first, FrameCount n) { EditKernels::applyInvert({p, c, first, n}, start, end); }},
+      {"dialogue gate",
+       [&](float* const* p, FrameCount n) {
+         Ops::expandNonSpeechInPlace(p, 2, n, mask, 4800, -18.0, 1.5, 5.0, 200.0, audio.rate);
+       },
+       [&](float* const* p, int c, FrameCount first, FrameCount n) { gate.apply({p, c, first, n}); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Audio whole = audio;
+    c.whole(whole.pointers().data(), whole.frames());
+    FileEditSource file(source);
+    const fs::path to = folder / "chunked.wav";
+    Ops::writeChunkEditedWAV(file, c.chunked, to, 4099);
+    EXPECT_TRUE(bitIdentical(readAudio(to).channels, whole.channels));
+    EXPECT_FALSE(bitIdentical(whole.channels, audio.channels));
   }
 }
 
