@@ -18,7 +18,7 @@
 // nothing outside the stated range changes, and copied samples are copied bit for bit.
 //
 // Nothing to do. An operation whose result would equal its input (an empty range, a gain on
-// silence, a limiter with nothing above its ceiling, a cut of the whole file) returns an
+// silence, a limiter with nothing near its ceiling, a cut of the whole file) returns an
 // EditResult with nothingToDo set and no arrays; in-place members return false; streaming
 // twins return false and write no file. The edit roads then record no history entry.
 //
@@ -35,8 +35,8 @@
 // interpolation reads up to about 0.15 dB above Corvane's on limited, dense high-frequency
 // material. The output is measured as it is written; should it still read above the limit (it
 // has not been seen to), it is limited once more, and a last resort scales it under. Result:
-// its true peak by Corvane's meter is never above the ceiling, and a limited signal reads at or
-// under the ceiling by libebur128 too.
+// its true peak by Corvane's meter is never above the ceiling, and libebur128 has read every
+// limited signal tried at or under the ceiling too.
 //
 // Thread class: plain functions, any thread; they hold no state. Members allocate (results,
 // one chunk of scratch) and throw std::bad_alloc when memory is short, std::invalid_argument
