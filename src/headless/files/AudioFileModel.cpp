@@ -16,7 +16,7 @@
 #include "headless/files/AudioError.h"
 #include "headless/files/AudioFileReader.h"
 #include "headless/files/AudioLoadLimits.h"
-#include "headless/files/NumberText.h"
+#include "headless/files/UserText.h"
 #include "headless/files/RawPCMReader.h"
 
 namespace corvane {

@@ -8,35 +8,27 @@
 
 #include "headless/files/AudioError.h"
 #include "headless/files/DecoderBackends.h"
+#include "headless/files/UserText.h"
 
 namespace corvane {
 
 namespace detail {
 
-namespace {
-
-std::string displayName(const std::filesystem::path& url) {
-  const std::string name = url.filename().string();
-  return name.empty() ? url.string() : name;
-}
-
-}  // namespace
-
 UniqueFd openAudioFileForReading(const std::filesystem::path& url) {
   struct stat info {};
   if (::stat(url.c_str(), &info) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) throw AudioDecodeError("There is no file at " + url.string() + ".");
-    throw AudioDecodeError(displayName(url) + " couldn't be read: " + std::strerror(errno) + ".");
+    throw AudioDecodeError(displayFileName(url) + " couldn't be read: " + std::strerror(errno) + ".");
   }
-  if (S_ISDIR(info.st_mode)) throw AudioDecodeError(displayName(url) + " is a folder, not an audio file.");
-  if (!S_ISREG(info.st_mode)) throw AudioDecodeError(displayName(url) + " is not a regular file.");
+  if (S_ISDIR(info.st_mode)) throw AudioDecodeError(displayFileName(url) + " is a folder, not an audio file.");
+  if (!S_ISREG(info.st_mode)) throw AudioDecodeError(displayFileName(url) + " is not a regular file.");
   UniqueFd fd(::open(url.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd) throw AudioDecodeError(displayName(url) + " couldn't be read: " + std::strerror(errno) + ".");
+  if (!fd) throw AudioDecodeError(displayFileName(url) + " couldn't be read: " + std::strerror(errno) + ".");
   // Checked again on the open file: the name may have been replaced in between.
   if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    throw AudioDecodeError(displayName(url) + " is not a regular file.");
+    throw AudioDecodeError(displayFileName(url) + " is not a regular file.");
   }
-  if (info.st_size == 0) throw AudioDecodeError(displayName(url) + " is empty (0 bytes).");
+  if (info.st_size == 0) throw AudioDecodeError(displayFileName(url) + " is empty (0 bytes).");
   return fd;
 }
 
@@ -54,7 +46,7 @@ std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::pa
   if (second) {
     if (auto reader = detail::openWithFFmpeg(std::move(second))) return reader;
   }
-  throw AudioDecodeError(detail::displayName(url) + " is not a recognised audio file.");
+  throw AudioDecodeError(detail::displayFileName(url) + " is not a recognised audio file.");
 }
 
 std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::path& url, Decoder decoder) {
@@ -69,7 +61,7 @@ std::unique_ptr<AudioFileReader> AudioFileReader::open(const std::filesystem::pa
   } else {
     reader = detail::openWithFFmpeg(std::move(fd));
   }
-  if (!reader) throw AudioDecodeError(detail::displayName(url) + " is not a recognised audio file.");
+  if (!reader) throw AudioDecodeError(detail::displayFileName(url) + " is not a recognised audio file.");
   return reader;
 }
 

@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "core/ChannelOrder.h"
+#include "headless/files/DecoderBackends.h"
 #include "headless/files/FileDescriptor.h"
+#include "headless/files/UserText.h"
 
 namespace corvane {
 
@@ -24,9 +26,9 @@ constexpr FrameCount kChunkFrames = 4096;
 // AIFF and a plain RIFF WAV count bytes in 32 bits.
 constexpr std::int64_t kMax32BitDataBytes = 0xFFFFFFFFll - (1 << 20);
 
-std::string displayName(const std::filesystem::path& url) {
-  const std::string name = url.filename().string();
-  return name.empty() ? url.string() : name;
+AudioWriteError aiffTooLarge(const std::filesystem::path& url) {
+  return AudioWriteError(detail::displayFileName(url) +
+                         " would hold more than 4 GB of audio, which AIFF can't. Save it as RF64, Wave64 or CAF.");
 }
 
 // ---- libsndfile-backed containers -------------------------------------------------------------
@@ -83,8 +85,7 @@ class SndfileWriter final : public AudioFileWriter {
         settings.expectedFrames ? *settings.expectedFrames * settings.bytesPerSample() * settings.format.channelCount : -1;
     const bool aiff = settings.container == AudioContainer::aiff || settings.container == AudioContainer::aiffc;
     if (aiff && dataBytes > kMax32BitDataBytes) {
-      throw AudioWriteError(displayName(_url) + " would hold more than 4 GB of audio, which AIFF can't. Save it as "
-                            "RF64, Wave64 or CAF.");
+      throw aiffTooLarge(_url);
     }
     const auto& positions = settings.format.channelPositions;
     const bool maskable = !positions.empty() && ChannelOrder::wavPreservesChannelOrder(positions) &&
@@ -121,12 +122,18 @@ class SndfileWriter final : public AudioFileWriter {
       throw AudioWriteError("Corvane can't write " + std::string(label(settings.encoding)) + " samples into a " +
                             std::string(corvane::displayName(settings.container)) + " file.");
     }
-    errno = 0;
-    _file = sf_open_fd(fd, SFM_WRITE, &info, SF_FALSE);
+    int error = 0;
+    std::string reason;
+    {
+      const std::lock_guard lock(detail::sndfileOpenMutex());
+      errno = 0;
+      _file = sf_open_fd(fd, SFM_WRITE, &info, SF_FALSE);
+      error = errno;
+      if (!_file) reason = sf_strerror(nullptr);
+    }
     if (!_file) {
-      const int error = errno;
       if (error != 0) failWrite(error);
-      throw AudioWriteError("Couldn't start writing " + displayName(_url) + ": " + sf_strerror(nullptr) + ".");
+      throw AudioWriteError("Couldn't start writing " + detail::displayFileName(_url) + ": " + reason + ".");
     }
     if (_autoDowngrade) sf_command(_file, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     const bool storesMask = major == SF_FORMAT_WAVEX || major == SF_FORMAT_RF64;
@@ -135,7 +142,7 @@ class SndfileWriter final : public AudioFileWriter {
       for (auto position : positions) map.push_back(sndfileChannel(position));
       if (sf_command(_file, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(map.size() * sizeof(int))) != SF_TRUE) {
         std::printf("[Files] %s: libsndfile refused the channel layout; the file is written without it\n",
-                    displayName(_url).c_str());
+                    detail::displayFileName(_url).c_str());
       }
     }
   }
@@ -157,7 +164,7 @@ class SndfileWriter final : public AudioFileWriter {
     if (result != 0) {
       const int error = errno;
       if (error != 0) failWrite(error);
-      throw AudioWriteError("Couldn't complete " + displayName(_url) + ": " + sf_error_number(result) + ".");
+      throw AudioWriteError("Couldn't complete " + detail::displayFileName(_url) + ": " + sf_error_number(result) + ".");
     }
   }
 
@@ -183,8 +190,7 @@ class SndfileWriter final : public AudioFileWriter {
     if (!_aiffLimit) return;
     const std::int64_t bytes = (_framesWritten + frames) * _settings.bytesPerSample() * _settings.format.channelCount;
     if (bytes > kMax32BitDataBytes) {
-      throw AudioWriteError(displayName(_url) + " would hold more than 4 GB of audio, which AIFF can't. Save it as "
-                            "RF64, Wave64 or CAF.");
+      throw aiffTooLarge(_url);
     }
   }
 
@@ -192,7 +198,7 @@ class SndfileWriter final : public AudioFileWriter {
     if (written == wanted) return;
     const int error = errno;
     if (error != 0) failWrite(error);
-    throw AudioWriteError("Couldn't write " + displayName(_url) + ": " + sf_strerror(_file) + ".");
+    throw AudioWriteError("Couldn't write " + detail::displayFileName(_url) + ": " + sf_strerror(_file) + ".");
   }
 
   detail::UniqueFd _owned;
@@ -452,7 +458,7 @@ class AifcWriter final : public ByteStreamWriter {
       : ByteStreamWriter(settings, std::move(url), std::move(owned), fd, true) {
     if (settings.expectedFrames && *settings.expectedFrames * settings.bytesPerSample() * settings.format.channelCount >
                                        kMax32BitDataBytes) {
-      throwTooLarge();
+      throw aiffTooLarge(_url);
     }
     writeAll(header(0).data(), header(0).size());
   }
@@ -474,17 +480,12 @@ class AifcWriter final : public ByteStreamWriter {
  protected:
   void appendInt32(const std::int32_t* interleaved, FrameCount frames) override {
     if ((_framesWritten + frames) * _settings.bytesPerSample() * _settings.format.channelCount > kMax32BitDataBytes) {
-      throwTooLarge();
+      throw aiffTooLarge(_url);
     }
     ByteStreamWriter::appendInt32(interleaved, frames);
   }
 
  private:
-  [[noreturn]] void throwTooLarge() const {
-    throw AudioWriteError(displayName(_url) + " would hold more than 4 GB of audio, which AIFF can't. Save it as "
-                          "RF64, Wave64 or CAF.");
-  }
-
   std::vector<unsigned char> header(FrameCount frames) const {
     const std::int64_t bytes = frames * _settings.bytesPerSample() * _settings.format.channelCount;
     static const char kName[] = "\x0Enot compressed";  // Pascal string, padded to even below
@@ -544,19 +545,19 @@ std::int32_t floatToInteger(float x, int bits) {
 
 void AudioFileWriter::failWrite(int error) const {
   if (error == ENOSPC || error == EDQUOT) {
-    throw AudioWriteError("There isn't enough space on the disk to write " + displayName(_url) + ".");
+    throw AudioWriteError("There isn't enough space on the disk to write " + detail::displayFileName(_url) + ".");
   }
   if (error == EFBIG) {
-    throw AudioWriteError(displayName(_url) + " would be larger than this disk or this system allows.");
+    throw AudioWriteError(detail::displayFileName(_url) + " would be larger than this disk or this system allows.");
   }
-  throw AudioWriteError("Couldn't write " + displayName(_url) + ": " + std::strerror(error) + ".");
+  throw AudioWriteError("Couldn't write " + detail::displayFileName(_url) + ": " + std::strerror(error) + ".");
 }
 
 std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::path& url, const PCMWriteSettings& settings) {
   detail::UniqueFd fd(::open(url.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (!fd) {
     const int error = errno;
-    throw AudioWriteError("Couldn't create " + displayName(url) + ": " + std::strerror(error) + ".");
+    throw AudioWriteError("Couldn't create " + detail::displayFileName(url) + ": " + std::strerror(error) + ".");
   }
   const int raw = fd.get();
   return makeWriter(settings, url, std::move(fd), raw);
@@ -568,7 +569,7 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(int fd, const PCMWriteS
 }
 
 void AudioFileWriter::write(const float* const* channels, FrameCount frames) {
-  if (_finished) throw AudioWriteError("Couldn't write " + displayName(_url) + ": the file is already complete.");
+  if (_finished) throw AudioWriteError("Couldn't write " + detail::displayFileName(_url) + ": the file is already complete.");
   const int count = _settings.format.channelCount;
   const int bits = bitDepth(_settings.encoding);
   std::vector<std::int32_t> integers;
@@ -616,7 +617,7 @@ void AudioFileWriter::write(const float* const* channels, FrameCount frames) {
 
 void AudioFileWriter::write(const AudioBuffer& buffer) {
   if (buffer.channelCount() != _settings.format.channelCount) {
-    throw AudioWriteError("Couldn't write " + displayName(_url) + ": the audio has " +
+    throw AudioWriteError("Couldn't write " + detail::displayFileName(_url) + ": the audio has " +
                           std::to_string(buffer.channelCount()) + " channels, the file " +
                           std::to_string(_settings.format.channelCount) + ".");
   }

@@ -6,12 +6,18 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include "headless/files/AudioFileReader.h"
 #include "headless/files/ContainerProbe.h"
 #include "headless/files/FileDescriptor.h"
 
 namespace corvane::detail {
+
+// libsndfile keeps the text of its last open error in process-wide buffers, written by every
+// sf_open_fd and read by sf_strerror(nullptr): files opened on two threads at once race on
+// them. Everything that opens a file with libsndfile, or reads that text, holds this lock.
+std::mutex& sndfileOpenMutex();
 
 // `probe` (may be null) supplies channel positions where libsndfile reports none.
 std::unique_ptr<AudioFileReader> openWithSndfile(UniqueFd fd, const ContainerProbe* probe);

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "headless/files/NumberText.h"
+#include "headless/files/UserText.h"
 
 namespace corvane {
 

@@ -12,6 +12,7 @@
 
 #include "headless/files/AudioError.h"
 #include "headless/files/AudioLoadLimits.h"
+#include "headless/files/UserText.h"
 
 namespace corvane {
 
@@ -33,15 +34,13 @@ class FileHandle {
   int _fd;
 };
 
-std::string fileName(const std::filesystem::path& url) { return url.filename().string(); }
-
 void readExactly(int fd, std::int64_t offset, unsigned char* destination, std::size_t n, const std::filesystem::path& url) {
   std::size_t done = 0;
   while (done < n) {
     const ssize_t got = ::pread(fd, destination + done, n - done, static_cast<off_t>(offset + static_cast<std::int64_t>(done)));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw RawPCMReadError(fileName(url) + " couldn't be read: " + std::strerror(errno) + ".");
-    if (got == 0) throw RawPCMReadError(fileName(url) + " ended before the declared audio did.");
+    if (got < 0) throw RawPCMReadError(detail::displayFileName(url) + " couldn't be read: " + std::strerror(errno) + ".");
+    if (got == 0) throw RawPCMReadError(detail::displayFileName(url) + " ended before the declared audio did.");
     done += static_cast<std::size_t>(got);
   }
 }
@@ -121,10 +120,10 @@ SharedAudioBuffer RawPCMReader::read(const std::filesystem::path& url, const Raw
         "1 to 64, and the byte counts not negative.");
   }
   FileHandle file(url);
-  if (file.fd() < 0) throw RawPCMReadError(fileName(url) + " couldn't be opened: " + std::strerror(errno) + ".");
+  if (file.fd() < 0) throw RawPCMReadError(detail::displayFileName(url) + " couldn't be opened: " + std::strerror(errno) + ".");
   struct stat info {};
   if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    throw RawPCMReadError(fileName(url) + " is not a regular file.");
+    throw RawPCMReadError(detail::displayFileName(url) + " is not a regular file.");
   }
   const auto fileSize = static_cast<std::int64_t>(info.st_size);
   const auto frames = format.frameCount(fileSize);

@@ -134,10 +134,19 @@ class SndfileReader final : public AudioFileReader {
 
 }  // namespace
 
+std::mutex& sndfileOpenMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
 std::unique_ptr<AudioFileReader> openWithSndfile(UniqueFd fd, const ContainerProbe* probe) {
   if (!fd || ::lseek(fd.get(), 0, SEEK_SET) != 0) return nullptr;
   SF_INFO info{};
-  SNDFILE* file = sf_open_fd(fd.get(), SFM_READ, &info, SF_FALSE);
+  SNDFILE* file = nullptr;
+  {
+    const std::lock_guard lock(sndfileOpenMutex());
+    file = sf_open_fd(fd.get(), SFM_READ, &info, SF_FALSE);
+  }
   if (!file) return nullptr;
   // A RAW "container" is libsndfile's guess from a name or a headerless stream: never ours.
   if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RAW || info.channels < 1 || info.samplerate < 1 ||

@@ -9,6 +9,8 @@
 // it as it stands. Changing a command changes the hash and so makes a fresh matrix.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -107,5 +109,17 @@ const fs::path& fixtureFolder();
 // BL BR; 7.1: FL FR FC LFE BL BR SL SR) carries kSurroundTones[k] Hz. The LFE tone is low
 // enough to survive the LFE low-pass of AAC and Vorbis.
 inline constexpr double kSurroundTones[8] = {330.0, 470.0, 610.0, 70.0, 890.0, 1030.0, 1170.0, 1310.0};
+
+// A test on copies of matrix fixtures, made under new names in a fresh folder.
+class FixtureCopyTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { fixtureFolder(); }
+  fs::path copyAs(const std::string& fixture, const std::string& name) {
+    const fs::path target = folder / name;
+    fs::copy_file(fixtureFolder() / fixture, target, fs::copy_options::overwrite_existing);
+    return target;
+  }
+  TemporaryFolder folder;
+};
 
 }  // namespace corvane::test

@@ -14,16 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class FileIdentity : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { test::fixtureFolder(); }
-  fs::path copyAs(const std::string& fixture, const std::string& name) {
-    const fs::path target = folder / name;
-    fs::copy_file(test::fixtureFolder() / fixture, target, fs::copy_options::overwrite_existing);
-    return target;
-  }
-  test::TemporaryFolder folder;
-};
+using FileIdentity = test::FixtureCopyTest;
 
 TEST_F(FileIdentity, MisnamedFilesAreToldByTheirBytes) {
   struct Case {

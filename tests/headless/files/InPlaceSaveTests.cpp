@@ -48,16 +48,7 @@ std::vector<std::string> temporaries(const fs::path& folder) {
   return names;
 }
 
-class InPlaceSaving : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { test::fixtureFolder(); }
-  fs::path copyAs(const std::string& fixture, const std::string& name) {
-    const fs::path target = folder / name;
-    fs::copy_file(test::fixtureFolder() / fixture, target, fs::copy_options::overwrite_existing);
-    return target;
-  }
-  test::TemporaryFolder folder;
-};
+using InPlaceSaving = test::FixtureCopyTest;
 
 TEST_F(InPlaceSaving, KeepsContainerEncodingLayoutAndPermissions) {
   struct Case {

@@ -22,7 +22,9 @@ struct KillDuringSaveReport {
 };
 
 // `save` must write over `target` and is only ever called in a child process. `attempts`
-// kills are spread from the start to 1.2 × the save's duration.
+// kills are spread from the start to 1.2 × the save's duration; should none of them land
+// after the save completed (a busy machine slows the killed saves), a few more follow at 2, 4,
+// 8 ... times the duration.
 KillDuringSaveReport killDuringSave(const std::filesystem::path& target, const std::function<void()>& save,
                                     int attempts);
 

@@ -1,4 +1,4 @@
-#include "headless/files/NumberText.h"
+#include "headless/files/UserText.h"
 
 #include <charconv>
 #include <cmath>
@@ -17,6 +17,11 @@ std::string formatGeneral(double value) {
   char text[64];
   const auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6);
   return std::string(text, result.ptr);
+}
+
+std::string displayFileName(const std::filesystem::path& url) {
+  std::string name = url.filename().string();
+  return name.empty() ? url.string() : name;
 }
 
 }  // namespace corvane::detail
