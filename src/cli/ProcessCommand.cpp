@@ -47,6 +47,7 @@
 #include "headless/files/AudioLoadLimits.h"
 #include "headless/files/EditOutputGuard.h"
 #include "headless/files/PCMWriteSettings.h"
+#include "headless/files/UserText.h"
 #include "headless/speech/SileroVADAnalyser.h"
 
 namespace corvane::cli {
@@ -530,11 +531,7 @@ class Processor {
     }
   }
 
-  static std::string formatSeconds(double seconds) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.3f", seconds);
-    return text;
-  }
+  static std::string formatSeconds(double seconds) { return detail::formatFixed(seconds, 3); }
 
   static void note(const Step& step, const std::string& text) { printError("[process] " + step.option + ": " + text); }
 
