@@ -1,5 +1,5 @@
 // EditStreams: the plumbing that lets one body of code serve an edit in memory and streamed
-// to disk. Internal to the edit operations (EditOperations.cpp and its tests).
+// to disk. Internal to EditOperations.cpp.
 //
 // An edit reads its EditSource chunk by chunk and writes its output frames, in order, to a
 // FrameSink: channel arrays for the in-memory members, a float WAV for the streaming twins.

@@ -126,6 +126,8 @@ TEST(LimitTruePeakTest, OutputTruePeakNeverAboveTheCeiling) {
       ASSERT_EQ(out.frames(), audio.frames());
       EXPECT_LE(ourTruePeakDB(out), ceiling);
       EXPECT_LE(ebur128Measure(out).truePeakDB, ceiling + 0.1);
+      std::printf("[ limit ] case %d, ceiling %.1f: ours %.3f dBTP, libebur128 %.3f dBTP\n", which, ceiling,
+                  ourTruePeakDB(out), ebur128Measure(out).truePeakDB);
     }
   }
 }
