@@ -103,7 +103,6 @@ class FileEditSource final : public EditSource {
   std::vector<ChannelPosition> channelPositions() const override { return _positions; }
   void read(FrameCount start, FrameCount frames, float* const* out) override;
 
-  const std::filesystem::path& url() const { return _url; }
 
  private:
   void reopen();

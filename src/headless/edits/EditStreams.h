@@ -39,7 +39,6 @@ class ChannelDataSink final : public FrameSink {
  public:
   ChannelDataSink(int channelCount, FrameCount totalFrames);
   void write(const float* const* channels, FrameCount frames) override;
-  FrameCount written() const { return _position; }
   ChannelData take();
 
  private:
