@@ -22,6 +22,8 @@ const Command kCommands[] = {
                 "                             music|podcast|vod|broadcast, the verdicts of that\n"
                 "                             mode's loudness targets",
      corvane::cli::runMeasureCommand},
+    {"info", "info FILE [--json]                 format, layout and identity of an audio file",
+     corvane::cli::runInfoCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",
      corvane::cli::runDemoCommand},
 };
