@@ -9,6 +9,8 @@ pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
 find_library(FFTW3F_THREADS_LIB fftw3f_threads REQUIRED)
 
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
+# libFLAC (libsndfile's own FLAC decoder) decodes native FLAC straight into planar float.
+pkg_check_modules(FLAC REQUIRED IMPORTED_TARGET flac)
 pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libswresample libavutil)
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)

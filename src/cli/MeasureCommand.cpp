@@ -2,8 +2,6 @@
 // of one file, as the window's offline pass computes them; with --speech also the speech-gated
 // figures, from the speech detector's history of the file; with --mode, the verdicts of that
 // mode's loudness targets.
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -26,6 +24,8 @@
 #include "core/LoudnessMeasurement.h"
 #include "core/LoudnessProcessor.h"
 #include "core/LoudnessTarget.h"
+#include "headless/files/AudioError.h"
+#include "headless/files/AudioFileModel.h"
 #include "headless/speech/SileroVADAnalyser.h"
 
 namespace corvane::cli {
@@ -56,37 +56,14 @@ class NamedError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The whole file as planar float. The file layer will replace this reader; it is the one place
-// here that knows about libsndfile.
+// The whole file as the window loads it: decoded by the file layer, channels in canonical
+// order (so the BS.1770 weights meet the right speakers).
 SharedAudioBuffer readAudioFile(const std::string& path) {
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (file == nullptr) throw NamedError("The file at " + path + " is not a recognised audio file.");
-  struct Closer {
-    SNDFILE* f;
-    ~Closer() { sf_close(f); }
-  } closer{file};
-  if (info.channels < 1 || info.samplerate < 1) {
+  try {
+    return AudioFileModel::decode(path);
+  } catch (const AudioDecodeError&) {
     throw NamedError("The file at " + path + " is not a recognised audio file.");
   }
-  const int channels = info.channels;
-  const FrameCount expected = std::max<sf_count_t>(info.frames, 0);
-  SharedAudioBuffer buffer = AudioBuffer::create(channels, expected, info.samplerate);
-  constexpr sf_count_t kChunk = 65536;
-  std::vector<float> interleaved(static_cast<std::size_t>(kChunk * channels));
-  FrameCount position = 0;
-  while (position < expected) {
-    const sf_count_t want = std::min<sf_count_t>(kChunk, expected - position);
-    const sf_count_t got = sf_readf_float(file, interleaved.data(), want);
-    if (got <= 0) break;  // a truncated file measures what it holds
-    for (int c = 0; c < channels; ++c) {
-      float* out = buffer->channel(c) + position;
-      for (sf_count_t i = 0; i < got; ++i) out[i] = interleaved[static_cast<std::size_t>(i * channels + c)];
-    }
-    position += got;
-  }
-  buffer->setFrameLength(position);
-  return buffer;
 }
 
 // The speech history of the whole file with the default tuning, or null when the detector is

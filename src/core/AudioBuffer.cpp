@@ -1,7 +1,11 @@
 #include "core/AudioBuffer.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 namespace corvane {
@@ -19,11 +23,31 @@ AudioBuffer::AudioBuffer(int channelCount, FrameCount frameCapacity, double samp
   const auto frames = static_cast<std::size_t>(frameCapacity);
   for (int c = 0; c < channelCount; ++c) {
     // At least one float, so that every channel pointer is valid even for an empty buffer.
-    auto data = zeroed ? std::make_unique<float[]>(std::max<std::size_t>(frames, 1))
-                       : std::make_unique_for_overwrite<float[]>(std::max<std::size_t>(frames, 1));
+    auto data = allocateChannel(std::max<std::size_t>(frames, 1), zeroed);
     _channelPointers.push_back(data.get());
     _channels.push_back(std::move(data));
   }
+}
+
+void AudioBuffer::FreeChannel::operator()(float* data) const noexcept { std::free(data); }
+
+AudioBuffer::ChannelStorage AudioBuffer::allocateChannel(std::size_t frames, bool zeroed) {
+  constexpr std::size_t kHugePage = std::size_t{2} << 20;
+  if (frames > SIZE_MAX / sizeof(float) - kHugePage) throw std::bad_alloc();
+  const std::size_t bytes = frames * sizeof(float);
+  void* data = nullptr;
+  if (bytes >= 2 * kHugePage) {
+    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    data = std::aligned_alloc(kHugePage, rounded);
+    if (data) {
+      ::madvise(data, rounded, MADV_HUGEPAGE);  // advice only: without THP nothing changes
+      if (zeroed) std::memset(data, 0, bytes);
+    }
+  } else {
+    data = zeroed ? std::calloc(frames, sizeof(float)) : std::malloc(bytes);
+  }
+  if (!data) throw std::bad_alloc();
+  return ChannelStorage(static_cast<float*>(data));
 }
 
 std::shared_ptr<AudioBuffer> AudioBuffer::create(int channelCount, FrameCount frameCapacity,
@@ -45,6 +69,32 @@ void AudioBuffer::setChannelPositions(std::vector<ChannelPosition> positions) {
     throw std::invalid_argument("AudioBuffer: one position per channel");
   }
   _positions = std::move(positions);
+}
+
+void AudioBuffer::permuteChannels(const std::vector<int>& sourceOfChannel) {
+  const int count = channelCount();
+  if (static_cast<int>(sourceOfChannel.size()) != count) {
+    throw std::invalid_argument("AudioBuffer: a permutation needs one entry per channel");
+  }
+  std::vector<bool> seen(static_cast<std::size_t>(count), false);
+  for (int source : sourceOfChannel) {
+    if (source < 0 || source >= count || seen[static_cast<std::size_t>(source)]) {
+      throw std::invalid_argument("AudioBuffer: not a permutation of the channels");
+    }
+    seen[static_cast<std::size_t>(source)] = true;
+  }
+  std::vector<ChannelStorage> channels(static_cast<std::size_t>(count));
+  std::vector<ChannelPosition> positions;
+  for (int k = 0; k < count; ++k) {
+    const auto source = static_cast<std::size_t>(sourceOfChannel[static_cast<std::size_t>(k)]);
+    channels[static_cast<std::size_t>(k)] = std::move(_channels[source]);
+    if (!_positions.empty()) positions.push_back(_positions[source]);
+  }
+  _channels = std::move(channels);
+  for (int k = 0; k < count; ++k) {
+    _channelPointers[static_cast<std::size_t>(k)] = _channels[static_cast<std::size_t>(k)].get();
+  }
+  if (!_positions.empty()) _positions = std::move(positions);
 }
 
 std::shared_ptr<AudioBuffer> AudioBuffer::clone() const {

@@ -49,7 +49,10 @@ enum class ChannelPosition : std::uint8_t {
 class AudioBuffer {
  public:
   // Allocates `channelCount` arrays of `frameCapacity` floats each, uninitialised (an hour
-  // of stereo is 690 MB; zero-filling it first would double the cost of a load).
+  // of stereo is 690 MB; zero-filling it first would double the cost of a load). Arrays of
+  // 4 MiB and more are aligned to 2 MiB and offered to the kernel for transparent huge pages:
+  // the first write to a fresh page costs more than decoding into it, and a huge page is one
+  // fault instead of 512.
   // frameLength() starts at frameCapacity. Throws std::bad_alloc when memory is short and
   // std::invalid_argument for a negative count or a non-positive sample rate.
   static std::shared_ptr<AudioBuffer> create(int channelCount, FrameCount frameCapacity,
@@ -90,13 +93,26 @@ class AudioBuffer {
   // A deep copy of the first frameLength() frames (capacity = length), positions kept.
   std::shared_ptr<AudioBuffer> clone() const;
 
+  // Reorders the channels without copying samples: channel k takes what was channel
+  // sourceOfChannel[k], with its position. `sourceOfChannel` must be a permutation of
+  // 0 ... channelCount() - 1, else std::invalid_argument and nothing changes. Channel pointers
+  // change, so this is only for a buffer no other thread reads yet (a load in progress).
+  void permuteChannels(const std::vector<int>& sourceOfChannel);
+
  private:
   AudioBuffer(int channelCount, FrameCount frameCapacity, double sampleRate, bool zeroed);
+
+  // Channel arrays come from malloc-family allocators (large ones aligned for huge pages).
+  struct FreeChannel {
+    void operator()(float* data) const noexcept;
+  };
+  using ChannelStorage = std::unique_ptr<float[], FreeChannel>;
+  static ChannelStorage allocateChannel(std::size_t frames, bool zeroed);
 
   double _sampleRate;
   FrameCount _frameCapacity;
   FrameCount _frameLength;
-  std::vector<std::unique_ptr<float[]>> _channels;
+  std::vector<ChannelStorage> _channels;
   std::vector<float*> _channelPointers;
   std::vector<ChannelPosition> _positions;
 };
