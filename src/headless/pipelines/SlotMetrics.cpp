@@ -157,7 +157,8 @@ SlotMetrics computeSlotMetrics(const AudioBuffer& buffer, double duration, Share
   SlotMetrics m;
   m.integratedLUFS = loudness.integratedLUFS;
   m.truePeakDB = loudness.truePeakDB;
-  m.samplePeakDB = channels.samplePeak > 0.0f ? 20.0f * std::log10(channels.samplePeak) : kNoReading;
+  m.samplePeakDB = channels.samplePeak > 0.0f ? static_cast<float>(20.0 * std::log10(static_cast<double>(channels.samplePeak)))
+                                               : kNoReading;
   m.loudnessRange = loudness.loudnessRange;
   m.dynamicRange = channels.dynamicRange;
   m.speechGatedLUFS = loudness.speechGatedLUFS;
