@@ -103,8 +103,18 @@ ChannelFigures measureChannels(const AudioBuffer& buffer) {
     f.dcOffset.push_back(static_cast<float>(s.mean));
     f.samplePeak = std::max(f.samplePeak, s.peak);
   }
-  f.dynamicRange = DRProcessor::computeDR(buffer.channels(), buffer.channelCount(), frames, buffer.sampleRate());
-  f.channelDR = DRProcessor::computeDRPerChannel(buffer.channels(), buffer.channelCount(), frames, buffer.sampleRate());
+  // The overall DR is the rounded mean of the channels' unrounded values, the per-channel DR
+  // each one rounded (DRProcessor's two functions): one pass per channel gives both, where
+  // calling both would read an hour of audio twice.
+  if (buffer.channelCount() >= 1 && frames >= 1) {
+    double sum = 0.0;
+    for (int c = 0; c < buffer.channelCount(); ++c) {
+      const double dr = DRProcessor::channelDRDecibels(buffer.channel(c), frames, buffer.sampleRate());
+      f.channelDR.push_back(static_cast<int>(std::lround(dr)));
+      sum += dr;
+    }
+    f.dynamicRange = static_cast<int>(std::lround(sum / buffer.channelCount()));
+  }
   f.stereoWidthCurve = computeStereoWidthCurve(buffer);
   return f;
 }
