@@ -141,7 +141,16 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
 
 AudioEngine::~AudioEngine() {
   // Tasks still running hold only a QPointer: their landings find no engine and do nothing.
-  _transport->stopEngine();
+  // The models go in the reverse order of their making, before the settings store they were
+  // made over: the transport still closes its stream on the device catalog.
+  delete _dialogue;
+  delete _compare;
+  delete _analysis;
+  delete _meters;
+  delete _transport;
+  delete _devices;
+  delete _recentDocuments;
+  delete _sessionSettings;
 }
 
 // ---- Properties -------------------------------------------------------------------------------

@@ -3,6 +3,8 @@
 #include <QThread>
 #include <QThreadPool>
 #include <algorithm>
+#include <cstdio>
+#include <exception>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -11,6 +13,17 @@ namespace corvane {
 namespace {
 
 constexpr int kUtilityNice = 10;
+
+// A task that throws would end the process from a pool thread; memory running short in the
+// middle of an analysis costs that analysis only.
+void runGuarded(const std::function<void()>& task) {
+  try {
+    task();
+  } catch (const std::exception& e) {
+    std::printf("[Session] background work stopped: %s\n", e.what());
+    std::fflush(stdout);
+  }
+}
 
 }  // namespace
 
@@ -34,13 +47,15 @@ QThreadPool& utilityPool() {
   return pool;
 }
 
-void runUserInitiated(std::function<void()> task) { userInitiatedPool().start(std::move(task)); }
+void runUserInitiated(std::function<void()> task) {
+  userInitiatedPool().start([task = std::move(task)] { runGuarded(task); });
+}
 
 void runAtUtilityPriority(std::function<void()> task) {
   utilityPool().start([task = std::move(task)] {
     // Per thread on Linux; a pool thread that once ran utility work only ever runs more of it.
     ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kUtilityNice);
-    task();
+    runGuarded(task);
   });
 }
 

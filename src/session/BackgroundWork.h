@@ -8,7 +8,8 @@
 //                   tasks run at nice 10, so it yields the cores to the rest.
 // A task holds a QPointer to the model it reports to, copies what it needs, and lands with
 // landOnMainThread: the landing runs on the main thread, later, and only if the model still
-// exists. Generation tests are the landing's own business.
+// exists. Generation tests are the landing's own business. A task that throws ends with a
+// "[Session] background work stopped: <reason>" line; nothing lands for it.
 //
 // Thread class: run...() and landOnMainThread() from any thread; waitForBackgroundWork() on
 // the main thread (tests, shutdown).

@@ -181,7 +181,8 @@ TEST_F(LoadRoad, OpeningTheLoadedFileAgainReloadsNothingAndAddsTheOthersAsSlots)
 TEST_F(LoadRoad, OfEightFilesTheFirstLoadsAndFiveOfTheSevenExtrasBecomeSlots) {
   QList<QUrl> urls;
   for (int i = 0; i < 8; ++i) {
-    urls.append(url(writeFile("f" + std::to_string(i) + ".wav", burstyProgramme(48000.0, 2, 0.5 + 0.1 * i))));
+    const std::string name = std::to_string(i) + "-extra.wav";
+    urls.append(url(writeFile(name, burstyProgramme(48000.0, 2, 0.5 + 0.1 * i))));
   }
   auto engine = makeEngine();
   LandingLog log(*engine);
@@ -218,7 +219,10 @@ TEST_F(LoadRoad, AnExtraThatWouldExceedTheMemoryBudgetIsRefusedWithTheAlert) {
   const MemoryFigures figures{5'000'000, 100'000'000};
   AudioLoadLimits::setFiguresForTesting(figures);
   QList<QUrl> urls;
-  for (int i = 0; i < 3; ++i) urls.append(url(writeFile("m" + std::to_string(i) + ".wav", burstyProgramme(48000.0, 2, 3.0))));
+  for (int i = 0; i < 3; ++i) {
+    const std::string name = std::to_string(i) + "-budget.wav";
+    urls.append(url(writeFile(name, burstyProgramme(48000.0, 2, 3.0))));
+  }
   auto engine = makeEngine();
   LandingLog log(*engine);
   engine->openURLs(urls);

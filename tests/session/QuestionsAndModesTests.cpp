@@ -254,12 +254,8 @@ TEST_F(Road, FilesThatArriveBeforeTheSessionOpenOnceItRegisters) {
   bridge.openURLs({url(first), url(second)});
   EXPECT_EQ(bridge.pendingOpenURLs().size(), 2);
 
-  AudioEngineOptions options;
-  options.settings = store;
-  options.presenter = user;
-  options.audioBackends = {AudioBackend::jack};
-  options.rescanDevices = false;
-  options.manualOutput = ManualOutput{48000.0, 2};
+  AudioEngineOptions options = engineOptions();
+  options.registerWithBridge = true;
   AudioEngine registered(options);
   EXPECT_EQ(bridge.engine(), &registered);
   EXPECT_TRUE(bridge.pendingOpenURLs().isEmpty());

@@ -33,7 +33,9 @@ void SessionTest::TearDown() {
   waitForBackgroundWork();
 }
 
-std::unique_ptr<AudioEngine> SessionTest::makeEngine() {
+std::unique_ptr<AudioEngine> SessionTest::makeEngine() { return std::make_unique<AudioEngine>(engineOptions()); }
+
+AudioEngineOptions SessionTest::engineOptions() const {
   AudioEngineOptions options;
   options.settings = store;
   options.presenter = user;
@@ -42,7 +44,7 @@ std::unique_ptr<AudioEngine> SessionTest::makeEngine() {
   options.rescanDevices = false;
   options.manualOutput = ManualOutput{48000.0, 2};
   options.registerWithBridge = false;
-  return std::make_unique<AudioEngine>(options);
+  return options;
 }
 
 std::string SessionTest::writeFile(const std::string& name, const Planar& signal) {

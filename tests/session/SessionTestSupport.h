@@ -82,6 +82,9 @@ class SessionTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
+  // What makeEngine() makes a session with: this test's settings file and user, a manual
+  // output instead of a device, no device re-read, no bridge.
+  AudioEngineOptions engineOptions() const;
   // A session on this test's settings file, playing into a manual output (no device opened).
   std::unique_ptr<AudioEngine> makeEngine();
 
