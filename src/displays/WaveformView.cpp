@@ -308,7 +308,11 @@ void WaveformView::drawLaneSamples(QPainter& painter, int channel, const LaneGeo
   }
   painter.setClipRect(QRect(0, lane.top, static_cast<int>(axis.width), lane.height));
   painter.setRenderHint(QPainter::Antialiasing);
-  painter.setPen(QPen(colour, 1.5 * ratio));
+  // A cosmetic pen of one pixel takes the rasteriser's fast line path; a wider one is stroked as
+  // a polygon, which on noise (every segment crossing the lane) costs a hundred times more.
+  QPen pen(colour, ratio);
+  pen.setCosmetic(true);
+  painter.setPen(pen);
   painter.drawPolyline(line);
   const double spacing = count > 1 ? line[1].x() - line[0].x() : 0.0;
   if (spacing >= 6.0 * ratio) {
