@@ -15,5 +15,6 @@ namespace corvane::cli {
 int runDemoCommand(const std::vector<std::string>& args);
 int runInfoCommand(const std::vector<std::string>& args);
 int runMeasureCommand(const std::vector<std::string>& args);
+int runProcessCommand(const std::vector<std::string>& args);
 
 }  // namespace corvane::cli

@@ -22,6 +22,11 @@ const Command kCommands[] = {
                 "                             music|podcast|vod|broadcast, the verdicts of that\n"
                 "                             mode's loudness targets",
      corvane::cli::runMeasureCommand},
+    {"process", "process IN -o OUT STEP...  the editor's operations in the order given: --gain,\n"
+                "                             --normalize-peak, --normalize-lufs [--ceiling], --limit,\n"
+                "                             --fade-in, --fade-out, --trim, --level-dialogue\n"
+                "                             (corvane process --help)",
+     corvane::cli::runProcessCommand},
     {"info", "info FILE [--json]                 format, layout and identity of an audio file",
      corvane::cli::runInfoCommand},
     {"demo", "demo OUT.wav                       write Corvane's demo recording",

@@ -11,6 +11,8 @@
 // its sample encoding and bit depth, its permission bits and (where the process may) its
 // owner. A symbolic link is followed and its target replaced; the link stays. A WAV whose new
 // data passes 4 GiB becomes RF64. The buffer supplies the rate, channel count and positions.
+// Byte order follows PCMWriteSettings (a big-endian CAF comes back little-endian, a 'sowt'
+// AIFF-C big-endian 'NONE'): the samples are the same, only their storage is normalised.
 // Not kept: metadata chunks (BWF, iXML, tags) and extended attributes; other hard links to
 // the file keep the old content (the name now points to a new file).
 //

@@ -175,6 +175,7 @@ const std::vector<Fixture>& fixtureMatrix() {
       {"alac.m4a", fromS24 + "-c:a alac {out}", true, false, "ffmpeg", "MPEG-4", "ALAC (24-bit)", false},
       {"mp3.mp3", fromS24 + "-c:a libmp3lame -b:a 192k {out}", false, false, "ffmpeg", "MP3", "MP3", false},
       {"aac.m4a", fromS24 + "-c:a aac -b:a 192k {out}", false, false, "ffmpeg", "MPEG-4", "AAC", false},
+      {"adts.aac", fromS24 + "-c:a aac -b:a 192k -f adts {out}", false, false, "ffmpeg", "AAC (ADTS)", "AAC", false},
       {"vorbis.ogg", fromS24 + "-c:a libvorbis -q:a 6 {out}", false, false, "ffmpeg", "Ogg Vorbis", "Vorbis", false},
       {"opus.opus", fromS24 + "-c:a libopus -b:a 160k {out}", false, false, "ffmpeg", "Opus", "Opus", false},
       {"flac-51.flac", "ffmpeg -v error -i {dir}/wavex-51.wav -c:a flac {out}", true, false, "ffmpeg", "FLAC", "FLAC (24-bit)", false},

@@ -2,6 +2,7 @@
 // not files at all, or not audio.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 
 #include "FileTestSupport.h"
@@ -141,6 +142,22 @@ TEST_F(FileIdentity, UndecodableFilesAreLeftToTheRawRoad) {
     EXPECT_EQ(rawImportNote(file), c.note);
     EXPECT_FALSE(AudioFileIdentity::inspect(file).has_value());
   }
+}
+
+TEST_F(FileIdentity, AStreamWithoutAFrameCountIsReadToItsEnd) {
+  // ADTS carries no length: FFmpeg estimates one from the bit rate, and the load reads on
+  // through its scratch buffer, growing the buffer, until the stream ends. Every frame ffmpeg
+  // itself decodes must be there, none more.
+  const auto loaded = AudioFileModel::load(test::fixtureFolder() / "adts.aac");
+  const auto reference = test::ffmpegDecode(test::fixtureFolder() / "adts.aac");
+  EXPECT_EQ(loaded.buffer->frameLength(), static_cast<FrameCount>(reference.size() / 2));
+  EXPECT_EQ(loaded.model.totalFrames, loaded.buffer->frameLength());
+  const auto ours = test::interleave(*loaded.buffer);
+  double worst = 0.0;
+  for (std::size_t i = 0; i < std::min(ours.size(), reference.size()); ++i) {
+    worst = std::max(worst, std::fabs(static_cast<double>(ours[i]) - reference[i]));
+  }
+  EXPECT_LT(worst, 1e-6) << "the same decoder should give the same samples";
 }
 
 // The data chunk of a RIFF file, found by walking its chunks (independently of the probe).
