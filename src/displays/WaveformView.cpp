@@ -76,6 +76,8 @@ WaveformView::~WaveformView() = default;
 
 void WaveformView::setSource(std::shared_ptr<const WaveformSource> source) {
   _source = std::move(source);
+  // A new source may sit where a freed one sat, with the same revision: never trust the key.
+  _pictureKey.reset();
   update();
 }
 
