@@ -166,4 +166,136 @@ ChannelClipRegions scanClipRegions(const float* data, FrameCount start, FrameCou
   return regions;
 }
 
+std::vector<WaveformPyramidLevel> buildWaveformPyramid(const AudioBuffer& buffer) {
+  const FrameCount frames = buffer.frameLength();
+  if (buffer.channelCount() < 1 || frames < kWaveformPyramidMinFrames) return {};
+  WaveformPyramidLevel base;
+  base.framesPerBin = std::max<FrameCount>(1, (frames + kWaveformPyramidBaseBins - 1) / kWaveformPyramidBaseBins);
+  base.peaks.resize(static_cast<std::size_t>(buffer.channelCount()));
+  for (int c = 0; c < buffer.channelCount(); ++c) {
+    const float* data = buffer.channel(c);
+    auto& bins = base.peaks[static_cast<std::size_t>(c)];
+    bins.reserve(static_cast<std::size_t>((frames + base.framesPerBin - 1) / base.framesPerBin));
+    for (FrameCount start = 0; start < frames; start += base.framesPerBin) {
+      bins.push_back(binPeak(data + start, std::min(base.framesPerBin, frames - start)));
+    }
+  }
+  std::vector<WaveformPyramidLevel> levels;
+  levels.push_back(std::move(base));
+  while (static_cast<FrameCount>(levels.back().peaks[0].size()) >= kWaveformPyramidSplitBins) {
+    levels.push_back(downsampleLevel(levels.back(), frames, kWaveformPyramidRatio));
+  }
+  return levels;
+}
+
+WaveformPyramidLevel downsampleLevel(const WaveformPyramidLevel& level, FrameCount totalFrames, int ratio) {
+  ratio = std::max(ratio, 1);
+  WaveformPyramidLevel next;
+  next.framesPerBin = level.framesPerBin * ratio;
+  next.peaks.reserve(level.peaks.size());
+  for (const ChannelPeaks& source : level.peaks) {
+    const std::size_t count = source.size();
+    const std::size_t step = static_cast<std::size_t>(ratio);
+    ChannelPeaks bins;
+    bins.reserve((count + step - 1) / step);
+    for (std::size_t first = 0; first < count; first += step) {
+      const std::size_t last = std::min(count, first + step);
+      WaveformPeak peak{source[first].min, source[first].max, 0.0f};
+      double weighted = 0.0, covered = 0.0;
+      for (std::size_t i = first; i < last; ++i) {
+        peak.min = std::min(peak.min, source[i].min);
+        peak.max = std::max(peak.max, source[i].max);
+        const FrameCount frames = std::clamp<FrameCount>(
+            totalFrames - static_cast<FrameCount>(i) * level.framesPerBin, 0, level.framesPerBin);
+        weighted += static_cast<double>(source[i].rms) * source[i].rms * static_cast<double>(frames);
+        covered += static_cast<double>(frames);
+      }
+      peak.rms = covered > 0.0 ? static_cast<float>(std::sqrt(weighted / covered)) : 0.0f;
+      bins.push_back(peak);
+    }
+    next.peaks.push_back(std::move(bins));
+  }
+  return next;
+}
+
+bool pyramidPeaksInto(const std::vector<WaveformPyramidLevel>& levels, int channel, FrameCount startFrame,
+                      FrameCount endFrame, int numBins, ChannelPeaks& out) {
+  out.clear();
+  if (levels.empty() || numBins < 1 || endFrame <= startFrame) return false;
+  const FrameCount length = endFrame - startFrame;
+  const FrameCount wanted = length / numBins;
+  const WaveformPyramidLevel* chosen = nullptr;
+  for (const auto& level : levels) {
+    const bool eligible = wanted >= 1 ? wanted >= level.framesPerBin : level.framesPerBin < 2;
+    if (eligible) chosen = &level;
+  }
+  if (chosen == nullptr || channel < 0 || channel >= static_cast<int>(chosen->peaks.size())) return false;
+  const ChannelPeaks& bins = chosen->peaks[static_cast<std::size_t>(channel)];
+  if (bins.empty()) return false;
+  gatherPeaksInto(bins, chosen->framesPerBin, startFrame, endFrame, numBins, out);
+  return true;
+}
+
+void gatherPeaksInto(const ChannelPeaks& bins, FrameCount framesPerBin, FrameCount startFrame, FrameCount endFrame,
+                     int numBins, ChannelPeaks& out) {
+  out.clear();
+  if (bins.empty() || numBins < 1 || endFrame <= startFrame || framesPerBin < 1) return;
+  const FrameCount length = endFrame - startFrame;
+  const FrameCount lastBin = static_cast<FrameCount>(bins.size()) - 1;
+  const FrameCount n = numBins;
+  out.reserve(static_cast<std::size_t>(numBins));
+  for (FrameCount i = 0; i < n; ++i) {
+    const FrameCount a = startFrame + length * i / n;
+    const FrameCount b = std::max(startFrame + length * (i + 1) / n, a + 1);
+    const FrameCount first = std::clamp<FrameCount>(a / framesPerBin, 0, lastBin);
+    const FrameCount last = std::clamp<FrameCount>((b - 1) / framesPerBin, first, lastBin);
+    WaveformPeak peak{bins[static_cast<std::size_t>(first)].min, bins[static_cast<std::size_t>(first)].max, 0.0f};
+    double squares = 0.0;
+    for (FrameCount k = first; k <= last; ++k) {
+      const WaveformPeak& bin = bins[static_cast<std::size_t>(k)];
+      peak.min = std::min(peak.min, bin.min);
+      peak.max = std::max(peak.max, bin.max);
+      squares += static_cast<double>(bin.rms) * bin.rms;
+    }
+    peak.rms = static_cast<float>(std::sqrt(squares / static_cast<double>(last - first + 1)));
+    out.push_back(peak);
+  }
+}
+
+std::optional<ChannelPeaks> pyramidPeaks(const std::vector<WaveformPyramidLevel>& levels, int channel,
+                                         FrameCount startFrame, FrameCount endFrame, int numBins) {
+  ChannelPeaks peaks;
+  if (!pyramidPeaksInto(levels, channel, startFrame, endFrame, numBins, peaks)) return std::nullopt;
+  return peaks;
+}
+
+void computePeaksInto(const AudioBuffer& buffer, int channel, FrameCount startFrame, FrameCount endFrame,
+                      int numBins, ChannelPeaks& out) {
+  out.clear();
+  const FrameCount frames = buffer.frameLength();
+  if (channel < 0 || channel >= buffer.channelCount() || numBins < 1) return;
+  startFrame = std::max<FrameCount>(startFrame, 0);
+  endFrame = std::min(endFrame, frames);
+  if (startFrame >= frames) return;
+  const float* data = buffer.channel(channel);
+  const double step = static_cast<double>(std::max<FrameCount>(endFrame - startFrame, 1)) / numBins;
+  out.reserve(static_cast<std::size_t>(numBins));
+  for (int i = 0; i < numBins; ++i) {
+    const FrameCount a = startFrame + static_cast<FrameCount>(std::floor(step * i));
+    // The last bin ends at the end itself: step · n can fall a hair short of the length.
+    FrameCount b = i + 1 == numBins ? endFrame
+                                    : std::min(endFrame, startFrame + static_cast<FrameCount>(std::floor(step * (i + 1))));
+    const FrameCount first = std::min(a, frames - 1);
+    b = std::clamp(b, first + 1, frames);
+    out.push_back(binPeak(data + first, b - first));
+  }
+}
+
+ChannelPeaks computePeaks(const AudioBuffer& buffer, int channel, FrameCount startFrame, FrameCount endFrame,
+                          int numBins) {
+  ChannelPeaks peaks;
+  computePeaksInto(buffer, channel, startFrame, endFrame, numBins, peaks);
+  return peaks;
+}
+
 }  // namespace corvane

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,11 +27,33 @@ bool serverAnswers() {
 
 void silentJackError(const char*) {}
 
+constexpr int kNameSlots = 6;
+
+// Waits (up to a minute) for a free slot of the name pool and returns its locked descriptor.
+int lockNameSlot(int& slot) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (;;) {
+    for (slot = 0; slot < kNameSlots; ++slot) {
+      const std::string path = "/tmp/corvane-jack-test-slot-" + std::to_string(slot) + ".lock";
+      const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+      if (fd < 0) continue;
+      if (flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+      close(fd);
+    }
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw std::runtime_error("no free JACK test server name within 60 s");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
+
 }  // namespace
 
 JackTestServer::JackTestServer(unsigned rate, unsigned period, const std::string& suffix)
     : _rate(rate) {
-  _name = "corvane-test-" + std::to_string(getpid()) + suffix;
+  int slot = 0;
+  _slotLock = lockNameSlot(slot);
+  _name = "corvane-test-" + std::to_string(slot) + suffix;
   setenv("JACK_DEFAULT_SERVER", _name.c_str(), 1);
   // libjack prints "Cannot connect to server socket" on every probe before the server is up.
   jack_set_error_function(&silentJackError);
@@ -55,12 +78,14 @@ JackTestServer::JackTestServer(unsigned rate, unsigned period, const std::string
     int status = 0;
     if (waitpid(_pid, &status, WNOHANG) == _pid) {
       _pid = -1;
+      close(_slotLock);
       throw std::runtime_error("jackd exited before it answered");
     }
     if (std::chrono::steady_clock::now() > deadline) {
       kill(_pid, SIGKILL);
       waitpid(_pid, nullptr, 0);
       _pid = -1;
+      close(_slotLock);
       throw std::runtime_error("jackd did not answer within 10 s");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -68,15 +93,21 @@ JackTestServer::JackTestServer(unsigned rate, unsigned period, const std::string
 }
 
 JackTestServer::~JackTestServer() {
-  if (_pid <= 0) return;
-  kill(_pid, SIGTERM);
-  // jackd can take over a second to go; a new server under the same name must wait for it.
-  for (int i = 0; i < 500; ++i) {
-    if (waitpid(_pid, nullptr, WNOHANG) == _pid) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  if (_pid > 0) {
+    kill(_pid, SIGTERM);
+    // jackd can take over a second to go; a new server under the same name must wait for it.
+    bool gone = false;
+    for (int i = 0; i < 500 && !gone; ++i) {
+      gone = waitpid(_pid, nullptr, WNOHANG) == _pid;
+      if (!gone) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (!gone) {
+      kill(_pid, SIGKILL);
+      waitpid(_pid, nullptr, 0);
+    }
   }
-  kill(_pid, SIGKILL);
-  waitpid(_pid, nullptr, 0);
+  // Released only once the process is gone, so the next holder of the name never meets it.
+  if (_slotLock >= 0) close(_slotLock);
 }
 
 JackCaptureClient::JackCaptureClient(const std::string& clientName, int channels, double maxSeconds)

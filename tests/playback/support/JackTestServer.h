@@ -3,6 +3,11 @@
 //
 // The server runs under a name of its own (`jackd -n NAME`), so parallel test runs and a
 // user's own server never meet; JACK_DEFAULT_SERVER points every client of this process at it.
+//
+// Names come from a small pool ("corvane-test-<slot><suffix>"), each slot held by an flock for
+// the server's life. JACK's shared registry has room for eight servers and reclaims an entry
+// whose process died only when a server of the same name registers again: unique names would
+// leak a slot for every jackd that had to be killed, until no server could start on the machine.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -34,6 +39,7 @@ class JackTestServer {
   std::string _name;
   unsigned _rate;
   pid_t _pid = -1;
+  int _slotLock = -1;
 };
 
 // A test suite that shares one private server among its tests.
