@@ -98,6 +98,8 @@ struct FFTProcessor::State {
   FftwArray<fftwf_complex> spectrum;
   std::vector<float> magnitudes;
   fftwf_plan plan = nullptr;
+  const float liveFloorPower = std::pow(10.0f, kLiveFloorDB / 10.0f);
+  const float offlineFloorPower = std::pow(10.0f, kOfflineFloorDB / 10.0f);
 };
 
 FFTProcessor::FFTProcessor(int fftSize, double sampleRate, FFTWindowType windowType) {
@@ -120,7 +122,7 @@ void FFTProcessor::setWindowType(FFTWindowType windowType) noexcept {
   if (t >= 0 && t < State::kWindowTypes) _state->windowType = windowType;
 }
 
-std::span<const float> FFTProcessor::process(const float* samples, int count) noexcept {
+std::span<const float> FFTProcessor::processPower(const float* samples, int count) noexcept {
   State& s = *_state;
   const int n = s.fftSize;
   const int used = samples == nullptr ? 0 : std::clamp(count, 0, n);
@@ -133,15 +135,26 @@ std::span<const float> FFTProcessor::process(const float* samples, int count) no
   }
   std::fill(in + used, in + n, 0.0f);
   fftwf_execute_dft_r2c(s.plan, in, s.spectrum.data);
-  const float floorDB = s.liveMode ? kLiveFloorDB : kOfflineFloorDB;
-  const float floorPower = std::pow(10.0f, floorDB / 10.0f);
+  const float floorPower = s.liveMode ? s.liveFloorPower : s.offlineFloorPower;
+  const float scale = s.powerScales[type];
   for (int k = 0; k < n / 2; ++k) {
     const float re = s.spectrum.data[k][0], im = s.spectrum.data[k][1];
-    const float power = (re * re + im * im) * s.powerScales[type];
-    s.magnitudes[static_cast<std::size_t>(k)] =
-        power > floorPower ? 10.0f * std::log10(power) : floorDB;
+    s.magnitudes[static_cast<std::size_t>(k)] = std::max((re * re + im * im) * scale, floorPower);
   }
   return s.magnitudes;
+}
+
+float FFTProcessor::decibels(float power) const noexcept {
+  const State& s = *_state;
+  return power > (s.liveMode ? s.liveFloorPower : s.offlineFloorPower)
+             ? 10.0f * std::log10(power)
+             : (s.liveMode ? kLiveFloorDB : kOfflineFloorDB);
+}
+
+std::span<const float> FFTProcessor::process(const float* samples, int count) noexcept {
+  processPower(samples, count);
+  for (float& m : _state->magnitudes) m = decibels(m);
+  return _state->magnitudes;
 }
 
 }  // namespace corvane

@@ -65,6 +65,15 @@ class FFTProcessor {
   // processor and stays valid until the next call of process().
   std::span<const float> process(const float* samples, int count) noexcept;
 
+  // As process(), but the fftSize / 2 values are linear power (10^(dB / 10) of what process()
+  // returns, floored at the same level), for callers that average or mix spectra in power:
+  // they skip a logarithm and an exponential per bin. decibels() turns one such value into
+  // exactly the dB figure process() would have given. The span stays valid until the next
+  // call of process() or processPower().
+  std::span<const float> processPower(const float* samples, int count) noexcept;
+  // 10·log10(power), or the floor in dB for a power at or below the floor.
+  float decibels(float power) const noexcept;
+
  private:
   struct State;
   std::unique_ptr<State> _state;

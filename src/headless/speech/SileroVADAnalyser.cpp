@@ -177,19 +177,23 @@ std::function<std::int64_t(float*, std::int64_t)> spanReader(std::span<const flo
 }
 
 // Mixes piece by piece: each channel × 1 / channel count, summed in channel order.
-std::function<std::int64_t(float*, std::int64_t)> bufferMixReader(const AudioBuffer& buffer, FrameCount& position) {
-  return [&buffer, &position](float* out, std::int64_t count) {
-    const FrameCount n = std::min<FrameCount>(count, buffer.frameLength() - position);
-    const int channels = buffer.channelCount();
-    const float scale = 1.0f / static_cast<float>(std::max(channels, 1));
+std::function<std::int64_t(float*, std::int64_t)> channelMixReader(std::span<const float* const> channels,
+                                                                   FrameCount frames, FrameCount& position) {
+  return [channels, frames, &position](float* out, std::int64_t count) {
+    const FrameCount n = std::min<FrameCount>(count, frames - position);
+    const float scale = 1.0f / static_cast<float>(std::max<std::size_t>(channels.size(), 1));
     std::fill_n(out, n, 0.0f);
-    for (int c = 0; c < channels; ++c) {
-      const float* in = buffer.channel(c) + position;
+    for (const float* channel : channels) {
+      const float* in = channel + position;
       for (FrameCount i = 0; i < n; ++i) out[i] += in[i] * scale;
     }
     position += n;
     return static_cast<std::int64_t>(n);
   };
+}
+
+std::span<const float* const> channelsOf(const AudioBuffer& buffer) {
+  return {buffer.channels(), static_cast<std::size_t>(buffer.channelCount())};
 }
 
 }  // namespace
@@ -201,8 +205,13 @@ SpeechHistory SileroVADAnalyser::detectSpeech(std::span<const float> monoMix, do
 }
 
 SpeechHistory SileroVADAnalyser::detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const {
+  return detectSpeech(channelsOf(buffer), buffer.frameLength(), buffer.sampleRate(), tuning);
+}
+
+SpeechHistory SileroVADAnalyser::detectSpeech(std::span<const float* const> channels, FrameCount frames,
+                                              double sampleRate, const SileroVADTuning& tuning) const {
   FrameCount position = 0;
-  return history(bufferMixReader(buffer, position), buffer.frameLength(), buffer.sampleRate(), tuning);
+  return history(channelMixReader(channels, frames, position), frames, sampleRate, tuning);
 }
 
 SileroVADAnalyser::Probabilities SileroVADAnalyser::probabilities(std::span<const float> monoMix,
@@ -222,8 +231,14 @@ std::optional<SpeechHistory> SileroVADAnalyser::speechHistory(std::span<const fl
 
 std::optional<SpeechHistory> SileroVADAnalyser::speechHistory(const AudioBuffer& buffer,
                                                                   const SileroVADTuning& tuning) const {
+  return speechHistory(channelsOf(buffer), buffer.frameLength(), buffer.sampleRate(), tuning);
+}
+
+std::optional<SpeechHistory> SileroVADAnalyser::speechHistory(std::span<const float* const> channels,
+                                                              FrameCount frames, double sampleRate,
+                                                              const SileroVADTuning& tuning) const {
   try {
-    return detectSpeech(buffer, tuning);
+    return detectSpeech(channels, frames, sampleRate, tuning);
   } catch (const std::exception&) {
     return std::nullopt;
   }

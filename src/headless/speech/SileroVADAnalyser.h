@@ -63,12 +63,18 @@ class SileroVADAnalyser {
                                                  const SileroVADTuning& tuning) const;
   // The same for a buffer, mixed to mono on the way (without a copy of the whole mix).
   std::optional<SpeechHistory> speechHistory(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
+  // The same for `frames` frames of planar channels (a selection, or copies of one), mixed
+  // to mono on the way as for a buffer. The pointers are read during the call only.
+  std::optional<SpeechHistory> speechHistory(std::span<const float* const> channels, FrameCount frames,
+                                             double sampleRate, const SileroVADTuning& tuning) const;
 
   // As speechHistory(), but a failure throws: SpeechModelError when the detector is
   // unavailable, std::invalid_argument for a sample rate that is not positive,
   // std::runtime_error when resampling fails, std::bad_alloc.
   SpeechHistory detectSpeech(std::span<const float> monoMix, double sampleRate, const SileroVADTuning& tuning) const;
   SpeechHistory detectSpeech(const AudioBuffer& buffer, const SileroVADTuning& tuning) const;
+  SpeechHistory detectSpeech(std::span<const float* const> channels, FrameCount frames, double sampleRate,
+                             const SileroVADTuning& tuning) const;
 
   // What the network saw and said: the rate it ran at, its window, the number of samples at
   // that rate, one probability per window. For tests and diagnostics; throws as detectSpeech().
