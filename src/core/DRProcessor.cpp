@@ -4,6 +4,8 @@
 #include <cmath>
 #include <functional>
 
+#include "core/ChannelStatistics.h"
+
 namespace corvane::DRProcessor {
 namespace {
 
@@ -17,15 +19,8 @@ std::vector<Block> blocksOf(const float* samples, FrameCount frameCount, double 
   std::vector<Block> blocks;
   blocks.reserve(static_cast<std::size_t>(frameCount / blockFrames + 1));
   for (FrameCount start = 0; start < frameCount; start += blockFrames) {
-    const FrameCount end = std::min(frameCount, start + blockFrames);
-    double sum = 0.0;
-    double peak = 0.0;
-    for (FrameCount i = start; i < end; ++i) {
-      const double v = std::isfinite(samples[i]) ? samples[i] : 0.0;
-      sum += v * v;
-      peak = std::max(peak, std::fabs(v));
-    }
-    blocks.push_back({2.0 * sum / static_cast<double>(end - start), peak});
+    const ChannelStatistics block = measureChannel(samples + start, std::min(blockFrames, frameCount - start));
+    blocks.push_back({2.0 * block.meanSquare, block.peak});
   }
   return blocks;
 }

@@ -76,6 +76,20 @@ inline float maxAbs16(const float* p) {
   return max16(a);
 }
 
+// The modified Bessel function I0 of the Kaiser window, by its power series
+// Σ ((x/2)^k / k!)², summed until a term no longer changes the sum. Not std::cyl_bessel_i: it
+// calls lgamma(), which writes the process-wide `signgam`, so two meters built at the same
+// time (a load stage and an analysis pass) raced on it.
+double besselI0(double x) {
+  const double q = x * x / 4.0;
+  double term = 1.0, sum = 1.0;
+  for (int k = 1; k < 1000 && term > sum * 1e-18; ++k) {
+    term *= q / (static_cast<double>(k) * k);
+    sum += term;
+  }
+  return sum;
+}
+
 }  // namespace
 
 TruePeakInterpolator::Scratch::Scratch()
@@ -96,7 +110,7 @@ TruePeakInterpolator::TruePeakInterpolator(double sampleRate)
   // factor · kTaps / 2, Kaiser window of factor · kTaps + 1 points symmetric about that centre.
   const int length = _factor * kTaps;
   const double centre = length / 2.0;
-  const double i0Beta = std::cyl_bessel_i(0.0, kKaiserBeta);
+  const double i0Beta = besselI0(kKaiserBeta);
   double worst = 1.0;
   for (int p = 1; p < _factor; ++p) {
     double phase[kTaps];
@@ -106,7 +120,7 @@ TruePeakInterpolator::TruePeakInterpolator(double sampleRate)
       const double t = (m - centre) / _factor;
       const double sinc = std::sin(std::numbers::pi * t) / (std::numbers::pi * t);
       const double r = (m - centre) / centre;
-      const double window = std::cyl_bessel_i(0.0, kKaiserBeta * std::sqrt(std::max(0.0, 1.0 - r * r))) / i0Beta;
+      const double window = besselI0(kKaiserBeta * std::sqrt(std::max(0.0, 1.0 - r * r))) / i0Beta;
       phase[k] = sinc * window;
       sum += phase[k];
     }

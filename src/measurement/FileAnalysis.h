@@ -20,7 +20,7 @@
 namespace corvane {
 
 using LoudnessCurve = std::vector<LoudnessCurvePoint>;
-using StereoWidthCurve = std::vector<StereoWidthPoint>;
+using StereoWidthCurve = std::vector<StereoWidthCurvePoint>;
 
 class FileAnalysis : public QObject {
   Q_OBJECT

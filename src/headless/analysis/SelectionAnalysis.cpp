@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include "core/ChannelStatistics.h"
 #include "core/DRProcessor.h"
 #include "core/FFTProcessor.h"
 #include "core/LoudnessProcessor.h"
-#include "headless/analysis/ChannelStatistics.h"
 #include "headless/analysis/SpectrumPower.h"
 #include "headless/speech/DialogueRegion.h"
 #include "headless/speech/SileroVADAnalyser.h"
@@ -240,15 +240,12 @@ bool runWindowPass(Channels channels, FrameCount frameCount, double sampleRate, 
   return true;
 }
 
-// Steps 1, 2, 5 and 6: everything that reads the samples but not the loudness. Returns false
-// when stopped.
+// Steps 2, 5 and 6: the dynamic range and the spectra. Returns false when stopped.
 bool measureSpectralSide(Channels channels, const SelectionFrames& frames, const SelectionAnalysisSettings& settings,
                          const std::stop_token& stop, SelectionAnalysisResult& r, SpectrogramColumns& columns) {
   const FrameCount frameCount = frames.frameCount();
   const double rate = frames.sampleRate();
   const double lower = frames.timeRange().lower;
-  measureStatistics(channels, frameCount, r);
-  if (stop.stop_requested()) return false;
   measureDynamicRange(channels, frameCount, rate, r);
   if (stop.stop_requested()) return false;
   if (!runWindowPass(channels, frameCount, rate, lower, settings, stop, r, columns)) return false;
@@ -259,6 +256,20 @@ bool measureSpectralSide(Channels channels, const SelectionFrames& frames, const
                                         settings.overlapFactor, index, lower, stop);
   }
   return !stop.stop_requested();
+}
+
+// Steps 3, 4 and 1: speech, loudness and the channel statistics (which balance the two
+// halves: the loudness feed alone is shorter than the window pass). Returns false when
+// stopped.
+bool measureLevelSide(Channels channels, const SelectionFrames& frames, const SelectionAnalysisSettings& settings,
+                      const std::stop_token& stop, SelectionAnalysisResult& r, SharedSpeechHistory& historyUsed) {
+  if (!measureLoudness(channels, frames.frameCount(), frames.sampleRate(), frames.timeRange().lower, settings, stop,
+                       r, historyUsed)) {
+    return false;
+  }
+  if (stop.stop_requested()) return false;
+  measureStatistics(channels, frames.frameCount(), r);
+  return true;
 }
 
 }  // namespace
@@ -302,14 +313,11 @@ std::optional<SelectionAnalysisOutput> runSelectionAnalysis(const SelectionFrame
 
   // The two halves write disjoint parts: the spectral side its own result, merged below.
   SelectionAnalysisResult spectral;
-  bool finished = frames.withPinnedChannelPointers([&](Channels channels) {
+  const bool finished = frames.withPinnedChannelPointers([&](Channels channels) {
     bool spectralDone = false;
-    bool loudnessDone = false;
+    bool levelDone = false;
     auto spectralSide = [&] { spectralDone = measureSpectralSide(channels, frames, settings, stop, spectral, out.spectrogramColumns); };
-    auto loudnessSide = [&] {
-      loudnessDone = measureLoudness(channels, frames.frameCount(), frames.sampleRate(), frames.timeRange().lower,
-                                     settings, stop, r, out.speechHistory);
-    };
+    auto levelSide = [&] { levelDone = measureLevelSide(channels, frames, settings, stop, r, out.speechHistory); };
     if (settings.threadCount >= 2) {
       std::exception_ptr spectralError;
       std::thread worker([&] {
@@ -320,7 +328,7 @@ std::optional<SelectionAnalysisOutput> runSelectionAnalysis(const SelectionFrame
         }
       });
       try {
-        loudnessSide();
+        levelSide();
       } catch (...) {
         worker.join();
         throw;
@@ -328,19 +336,13 @@ std::optional<SelectionAnalysisOutput> runSelectionAnalysis(const SelectionFrame
       worker.join();
       if (spectralError) std::rethrow_exception(spectralError);
     } else {
-      spectralSide();
-      if (spectralDone) loudnessSide();
+      levelSide();
+      if (levelDone) spectralSide();
     }
-    return spectralDone && loudnessDone;
+    return spectralDone && levelDone;
   });
   if (!finished || stop.stop_requested()) return std::nullopt;
 
-  r.peakDB = std::move(spectral.peakDB);
-  r.rmsDB = std::move(spectral.rmsDB);
-  r.crestFactorDB = std::move(spectral.crestFactorDB);
-  r.dcOffset = std::move(spectral.dcOffset);
-  r.samplePeakDB = spectral.samplePeakDB;
-  r.headroomDB = spectral.headroomDB;
   r.dynamicRange = spectral.dynamicRange;
   r.channelDR = std::move(spectral.channelDR);
   r.fftMagnitudes = std::move(spectral.fftMagnitudes);

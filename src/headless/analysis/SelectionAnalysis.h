@@ -45,9 +45,10 @@
 // A selection shorter than one window gets −100 dB spectra, no mid/side and no columns, and
 // every other figure.
 //
-// Determinism. With two threads the statistics, DR and spectra (1, 2, 5, 6) run beside the
-// speech and loudness phases (3, 4); no value is shared between the two sides, and every sum
-// runs in a fixed order, so the result is bit-identical to the one-thread pass.
+// Determinism. With two threads the DR and the spectra (2, 5, 6) run beside speech, loudness
+// and the channel statistics (3, 4, 1), two halves of about equal cost; no value is shared
+// between them, and every sum runs in a fixed order, so the result is bit-identical to the
+// one-thread pass.
 //
 // Thread class: runSelectionAnalysis on a background thread; it only reads the frames. It
 // allocates the result and its working arrays (about fftSize × channels floats), and runs the

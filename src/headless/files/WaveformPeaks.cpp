@@ -234,14 +234,23 @@ bool pyramidPeaksInto(const std::vector<WaveformPyramidLevel>& levels, int chann
   if (chosen == nullptr || channel < 0 || channel >= static_cast<int>(chosen->peaks.size())) return false;
   const ChannelPeaks& bins = chosen->peaks[static_cast<std::size_t>(channel)];
   if (bins.empty()) return false;
+  gatherPeaksInto(bins, chosen->framesPerBin, startFrame, endFrame, numBins, out);
+  return true;
+}
+
+void gatherPeaksInto(const ChannelPeaks& bins, FrameCount framesPerBin, FrameCount startFrame, FrameCount endFrame,
+                     int numBins, ChannelPeaks& out) {
+  out.clear();
+  if (bins.empty() || numBins < 1 || endFrame <= startFrame || framesPerBin < 1) return;
+  const FrameCount length = endFrame - startFrame;
   const FrameCount lastBin = static_cast<FrameCount>(bins.size()) - 1;
   const FrameCount n = numBins;
   out.reserve(static_cast<std::size_t>(numBins));
   for (FrameCount i = 0; i < n; ++i) {
     const FrameCount a = startFrame + length * i / n;
     const FrameCount b = std::max(startFrame + length * (i + 1) / n, a + 1);
-    const FrameCount first = std::clamp<FrameCount>(a / chosen->framesPerBin, 0, lastBin);
-    const FrameCount last = std::clamp<FrameCount>((b - 1) / chosen->framesPerBin, first, lastBin);
+    const FrameCount first = std::clamp<FrameCount>(a / framesPerBin, 0, lastBin);
+    const FrameCount last = std::clamp<FrameCount>((b - 1) / framesPerBin, first, lastBin);
     WaveformPeak peak{bins[static_cast<std::size_t>(first)].min, bins[static_cast<std::size_t>(first)].max, 0.0f};
     double squares = 0.0;
     for (FrameCount k = first; k <= last; ++k) {
@@ -253,7 +262,6 @@ bool pyramidPeaksInto(const std::vector<WaveformPyramidLevel>& levels, int chann
     peak.rms = static_cast<float>(std::sqrt(squares / static_cast<double>(last - first + 1)));
     out.push_back(peak);
   }
-  return true;
 }
 
 std::optional<ChannelPeaks> pyramidPeaks(const std::vector<WaveformPyramidLevel>& levels, int channel,

@@ -107,6 +107,15 @@ std::optional<ChannelPeaks> pyramidPeaks(const std::vector<WaveformPyramidLevel>
 bool pyramidPeaksInto(const std::vector<WaveformPyramidLevel>& levels, int channel, FrameCount startFrame,
                       FrameCount endFrame, int numBins, ChannelPeaks& out);
 
+// `numBins` output bins over frames [startFrame, endFrame) gathered from `bins` of
+// `framesPerBin` frames each (bin k covering frames k·framesPerBin onward), whatever their
+// size against the output's: output bin i covers start + floor(length·i/n) up to
+// start + floor(length·(i+1)/n), at least one frame, and takes the extremes of the bins it
+// touches and the unweighted root mean square of their rms. Touched bins are clamped to the
+// array. `out` is emptied first and stays empty for no bins, numBins below 1 or an empty range.
+void gatherPeaksInto(const ChannelPeaks& bins, FrameCount framesPerBin, FrameCount startFrame, FrameCount endFrame,
+                     int numBins, ChannelPeaks& out);
+
 // `numBins` bins over frames [startFrame, endFrame) of one channel, from the samples. The range
 // is clamped into the buffer; with step = max(end - start, 1) / numBins (double), bin i covers
 // start + floor(step·i) up to min(end, start + floor(step·(i+1))), at least one frame, so with

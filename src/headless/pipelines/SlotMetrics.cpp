@@ -11,7 +11,7 @@
 #include "core/ChannelOrder.h"
 #include "core/DRProcessor.h"
 #include "core/LoudnessProcessor.h"
-#include "headless/analysis/ChannelStatistics.h"
+#include "core/ChannelStatistics.h"
 
 namespace corvane {
 
@@ -20,8 +20,6 @@ namespace {
 constexpr float kNoReading = -std::numeric_limits<float>::infinity();
 
 float finiteOr(double value, float fallback) { return std::isfinite(value) ? static_cast<float>(value) : fallback; }
-
-inline double finiteOrZero(float v) { return std::fabs(v) <= 3.4028235e38f ? v : 0.0; }
 
 // What the loudness feed gives.
 struct LoudnessFigures {
@@ -89,7 +87,7 @@ struct ChannelFigures {
   float samplePeak = 0.0f;  // linear
   int dynamicRange = -1;
   std::vector<int> channelDR;
-  std::vector<StereoWidthPoint> stereoWidthCurve;
+  std::vector<StereoWidthCurvePoint> stereoWidthCurve;
 };
 
 ChannelFigures measureChannels(const AudioBuffer& buffer) {
@@ -115,35 +113,13 @@ ChannelFigures measureChannels(const AudioBuffer& buffer) {
     }
     f.dynamicRange = static_cast<int>(std::lround(sum / buffer.channelCount()));
   }
-  f.stereoWidthCurve = computeStereoWidthCurve(buffer);
+  if (buffer.channelCount() >= 2) {
+    f.stereoWidthCurve = computeStereoWidthCurve(buffer.channel(0), buffer.channel(1), frames, buffer.sampleRate());
+  }
   return f;
 }
 
 }  // namespace
-
-std::vector<StereoWidthPoint> computeStereoWidthCurve(const AudioBuffer& buffer) {
-  std::vector<StereoWidthPoint> curve;
-  const auto block = static_cast<FrameCount>(buffer.sampleRate() * kLoudnessBlockSeconds);
-  if (buffer.channelCount() < 2 || block < 1) return curve;
-  const float* left = buffer.channel(0);
-  const float* right = buffer.channel(1);
-  const FrameCount blocks = buffer.frameLength() / block;
-  curve.reserve(static_cast<std::size_t>(blocks));
-  for (FrameCount k = 0; k < blocks; ++k) {
-    double dot = 0.0, sumL = 0.0, sumR = 0.0;
-    for (FrameCount i = k * block, end = i + block; i < end; ++i) {
-      const double l = finiteOrZero(left[i]);
-      const double r = finiteOrZero(right[i]);
-      dot += l * r;
-      sumL += l * l;
-      sumR += r * r;
-    }
-    const double denominator = std::sqrt(sumL * sumR);
-    const double correlation = denominator > 1e-10 ? std::clamp(dot / denominator, -1.0, 1.0) : 0.0;
-    curve.push_back({static_cast<double>(k + 1) * kLoudnessBlockSeconds, static_cast<float>(correlation)});
-  }
-  return curve;
-}
 
 SlotMetrics computeSlotMetrics(const AudioBuffer& buffer, double duration, SharedSpeechHistory speechHistory,
                                int threads) {

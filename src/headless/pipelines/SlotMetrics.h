@@ -11,7 +11,8 @@
 //     empty; the other figures stand.
 //   - per channel: sample peak, RMS, crest factor and DC offset (ChannelStatistics), true peak
 //     (the processor's), DR (DRProcessor).
-//   - the stereo width curve of channels 0 and 1 (computeStereoWidthCurve).
+//   - the stereo width curve of channels 0 and 1 (computeStereoWidthCurve), below two
+//     channels none.
 //   - speech ranges of the history (computeSpeechRanges at 0.1 s blocks).
 // Maximum momentary is the processor's maximum over 10 ms steps, the same figure the selection
 // analysis reports, so a whole-file analysis and the file metrics agree; maximum short-term is
@@ -27,6 +28,7 @@
 
 #include "core/AudioBuffer.h"
 #include "core/SpeechHistory.h"
+#include "headless/analysis/StereoWidthCurve.h"
 #include "headless/speech/SpeechRanges.h"
 
 namespace corvane {
@@ -38,13 +40,6 @@ struct LoudnessCurvePoint {
   float shortTermLUFS = 0.0f;
   float integratedLUFS = 0.0f;
   friend bool operator==(const LoudnessCurvePoint&, const LoudnessCurvePoint&) = default;
-};
-
-// One 0.1 s block of the stereo width curve: the correlation of channels 0 and 1 in −1 ... 1.
-struct StereoWidthPoint {
-  double time = 0.0;
-  float correlation = 0.0f;
-  friend bool operator==(const StereoWidthPoint&, const StereoWidthPoint&) = default;
 };
 
 struct SlotMetrics {
@@ -68,7 +63,7 @@ struct SlotMetrics {
   std::vector<int> channelDR;
   std::vector<LoudnessCurvePoint> fileLoudnessCurve;
   std::vector<SpeechRange> speechRanges;
-  std::vector<StereoWidthPoint> stereoWidthCurve;  // empty below two channels
+  std::vector<StereoWidthCurvePoint> stereoWidthCurve;  // empty below two channels
   SharedSpeechHistory speechHistory;               // as given to the measuring; may be null
 
   friend bool operator==(const SlotMetrics&, const SlotMetrics&) = default;
@@ -79,11 +74,5 @@ struct SlotMetrics {
 // `threads` 2 measures the channel figures beside the loudness feed, 1 on the calling thread.
 SlotMetrics computeSlotMetrics(const AudioBuffer& buffer, double duration, SharedSpeechHistory speechHistory,
                                int threads = 2);
-
-// Channels 0 and 1 in whole blocks of Int(rate × 0.1) frames (a remainder is dropped): per
-// block dot(L, R) / sqrt(ΣL² · ΣR²), 0 when that denominator does not exceed 1e−10, clamped to
-// −1 ... 1; block k at (k + 1) × 0.1 s. Sums in double; non-finite samples count as 0. Empty
-// below two channels or for a block of less than one frame.
-std::vector<StereoWidthPoint> computeStereoWidthCurve(const AudioBuffer& buffer);
 
 }  // namespace corvane

@@ -1,5 +1,7 @@
 #include "AnalysisTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -130,6 +132,55 @@ DrmeterResult ffmpegDrmeter(const std::string& wavPath, int channelCount) {
   std::smatch m;
   if (std::regex_search(r.output, m, overallLine)) d.overall = std::stod(m[1]);
   return d;
+}
+
+static void expectSameCurve(const std::vector<LevelCurvePoint>& a, const std::vector<LevelCurvePoint>& b, const char* what) {
+  ASSERT_EQ(a.size(), b.size()) << what;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    ASSERT_EQ(a[i].time, b[i].time) << what << " point " << i;
+    ASSERT_EQ(a[i].value, b[i].value) << what << " point " << i;
+  }
+}
+
+void expectIdentical(const SelectionAnalysisOutput& x, const SelectionAnalysisOutput& y) {
+  const SelectionAnalysisResult& a = x.result;
+  const SelectionAnalysisResult& b = y.result;
+  EXPECT_EQ(a.timeRange, b.timeRange);
+  EXPECT_EQ(a.peakDB, b.peakDB);
+  EXPECT_EQ(a.truePeakDBByChannel, b.truePeakDBByChannel);
+  EXPECT_EQ(a.rmsDB, b.rmsDB);
+  EXPECT_EQ(a.crestFactorDB, b.crestFactorDB);
+  EXPECT_EQ(a.dcOffset, b.dcOffset);
+  EXPECT_EQ(a.samplePeakDB, b.samplePeakDB);
+  EXPECT_EQ(a.headroomDB, b.headroomDB);
+  EXPECT_EQ(a.dynamicRange, b.dynamicRange);
+  EXPECT_EQ(a.channelDR, b.channelDR);
+  EXPECT_EQ(a.integratedLUFS, b.integratedLUFS);
+  EXPECT_EQ(a.loudnessRange, b.loudnessRange);
+  EXPECT_EQ(a.truePeakDB, b.truePeakDB);
+  EXPECT_EQ(a.speechGatedLUFS, b.speechGatedLUFS);
+  EXPECT_EQ(a.speechPercentage, b.speechPercentage);
+  EXPECT_EQ(a.speechGatedNoiseFloorDBRMS, b.speechGatedNoiseFloorDBRMS);
+  EXPECT_EQ(a.speechRanges, b.speechRanges);
+  EXPECT_EQ(a.fftMagnitudes, b.fftMagnitudes);
+  ASSERT_EQ(a.msFftMagnitudes.has_value(), b.msFftMagnitudes.has_value());
+  if (a.msFftMagnitudes) {
+    EXPECT_EQ(a.msFftMagnitudes->mid, b.msFftMagnitudes->mid);
+    EXPECT_EQ(a.msFftMagnitudes->side, b.msFftMagnitudes->side);
+  }
+  expectSameCurve(a.truePeakCurve, b.truePeakCurve, "true peak");
+  EXPECT_EQ(a.fftSize, b.fftSize);
+  EXPECT_EQ(a.sampleRate, b.sampleRate);
+  EXPECT_EQ(a.maxMomentaryLUFS, b.maxMomentaryLUFS);
+  EXPECT_EQ(a.maxShortTermLUFS, b.maxShortTermLUFS);
+  expectSameCurve(a.momentaryCurve, b.momentaryCurve, "momentary");
+  expectSameCurve(a.shortTermCurve, b.shortTermCurve, "short-term");
+  expectSameCurve(a.integratedCurve, b.integratedCurve, "integrated");
+  ASSERT_EQ(x.spectrogramColumns.size(), y.spectrogramColumns.size());
+  for (std::size_t i = 0; i < x.spectrogramColumns.size(); ++i) {
+    ASSERT_EQ(x.spectrogramColumns[i].time, y.spectrogramColumns[i].time);
+    ASSERT_EQ(x.spectrogramColumns[i].mags, y.spectrogramColumns[i].mags);
+  }
 }
 
 }  // namespace corvane::test

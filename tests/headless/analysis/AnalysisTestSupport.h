@@ -37,6 +37,9 @@ SoxStats soxStats(const std::string& wavPath, int channelCount, std::optional<st
 // and side with two or more channels; dB of scipy's 'spectrum' scaling.
 std::vector<std::vector<double>> welchReference(const Planar& signal, int nperseg, int noverlap);
 
+// Fails the calling test unless the two outputs agree to the bit in every field.
+void expectIdentical(const SelectionAnalysisOutput& x, const SelectionAnalysisOutput& y);
+
 // ffmpeg's drmeter on a WAV file: per-channel and overall DR in dB.
 struct DrmeterResult {
   std::vector<double> channels;

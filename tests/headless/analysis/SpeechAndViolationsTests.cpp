@@ -98,7 +98,9 @@ TEST(SpeechThroughThePass, TheDetectorFindsThePhrasesOfASelection) {
   };
   for (const SpeechScene::Span& p : scene.phrases) {
     const double middle = static_cast<double>(p.start + p.end) / 2.0 / kRate;
-    if (middle > 0.5) EXPECT_TRUE(spoken(middle)) << "phrase around " << middle << " s";
+    if (middle > 0.5) {
+      EXPECT_TRUE(spoken(middle)) << "phrase around " << middle << " s";
+    }
   }
   EXPECT_FALSE(spoken(static_cast<double>(scene.noise.start + scene.noise.end) / 2.0 / kRate));
   EXPECT_FALSE(spoken(static_cast<double>(scene.chord.start + scene.chord.end) / 2.0 / kRate));

@@ -1,7 +1,6 @@
-// The file metrics against tools no one here wrote (sox stats, libebur128), against a
+// The file metrics against tools no one here wrote (sox stats, libebur128) and against a
 // whole-file run of the offline analysis pass (the other road to the same figures, itself held
-// to sox, ffmpeg's drmeter and libebur128), and the stereo width curve against correlations
-// worked out by hand.
+// to sox, ffmpeg's drmeter and libebur128).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -111,37 +110,6 @@ TEST(SlotMetrics, AgreeWithAWholeFileAnalysisAndDoNotDependOnThreads) {
   EXPECT_NEAR(two.speechRanges[0].endSec, 4.0, 1e-9);
   EXPECT_EQ(two.speechHistory, shared);
   EXPECT_NEAR(two.speechPercentage, 100.0 * 32 / 73, 0.01);
-}
-
-TEST(SlotMetrics, TheWidthCurveFollowsTheCorrelationOfTheFirstTwoChannels) {
-  // 44.1 kHz: blocks of 4410 frames; 1.05 s leaves a part block, which is dropped.
-  const double rate = 44100.0;
-  const FrameCount frames = 46305;
-  Planar p(rate, 3, frames);
-  for (FrameCount i = 0; i < frames; ++i) {
-    const auto k = static_cast<std::size_t>(i);
-    const double t = static_cast<double>(i) / rate;
-    const auto block = i / 4410;
-    const float l = static_cast<float>(std::sin(2.0 * std::numbers::pi * 1000.0 * t));
-    p.channels[0][k] = l;
-    switch (block % 4) {
-      case 0: p.channels[1][k] = 0.25f * l; break;   // same shape, any level: +1
-      case 1: p.channels[1][k] = -l; break;           // opposite: −1
-      case 2:                                         // a quarter period later, whole periods per block: 0
-        p.channels[1][k] = static_cast<float>(std::cos(2.0 * std::numbers::pi * 1000.0 * t));
-        break;
-      default: p.channels[1][k] = 0.0f; break;        // silence on one side: 0, not NaN
-    }
-    p.channels[2][k] = -l;  // a third channel plays no part
-  }
-  const auto curve = computeStereoWidthCurve(*toBuffer(p));
-  ASSERT_EQ(curve.size(), 10u);
-  const float expected[] = {1.0f, -1.0f, 0.0f, 0.0f};
-  for (std::size_t k = 0; k < curve.size(); ++k) {
-    EXPECT_DOUBLE_EQ(curve[k].time, 0.1 * static_cast<double>(k + 1)) << k;
-    EXPECT_NEAR(curve[k].correlation, expected[k % 4], 1e-4) << k;
-  }
-  EXPECT_TRUE(computeStereoWidthCurve(*AudioBuffer::createZeroed(1, 44100, rate)).empty());
 }
 
 TEST(SlotMetrics, SilenceAndRatesTheLoudnessMeterDoesNotMeasure) {

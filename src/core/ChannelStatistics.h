@@ -1,11 +1,13 @@
 // ChannelStatistics: sample peak, mean square and mean of one channel, the per-channel
-// figures of the offline pass and of the file metrics.
+// figures of the offline analysis and of the file metrics, and the block figures of the DR
+// meter.
 //
 // Non-finite samples (NaN, ±inf in a damaged float file) count as 0, as they do in the
 // loudness and DR measurements, so one bad sample cannot turn every figure into NaN. Sums are
 // kept in double: an hour at 48 kHz is 1.7e8 samples, past what float sums keep exact.
 //
-// Thread class: pure, any thread; no allocation.
+// Thread class: pure, any thread; no allocation, no lock (safe on the render thread, though
+// it is meant for background work).
 #pragma once
 
 #include "core/AudioBuffer.h"
