@@ -1,9 +1,12 @@
-// corvane info FILE [--json]: what a file is, from its headers: the format its bytes say
-// (whatever its name says), encoding, rate, channels and their labels, length, and the
-// warning the window shows for a misnamed file. The samples are not read.
+// corvane info FILE [--json]: what a file is: the format its bytes say (whatever its name
+// says), encoding, rate, channels and their labels, length, and the warning the window shows
+// for a misnamed file. The file goes through the first stage of the window's load, so the
+// length is what the window finds (a stream without a frame count in its header is read to its
+// end), not a header's estimate.
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -12,6 +15,7 @@
 #include "cli/CliSupport.h"
 #include "headless/files/AudioError.h"
 #include "headless/files/AudioFileModel.h"
+#include "headless/pipelines/FileLoadPipeline.h"
 
 namespace corvane::cli {
 namespace {
@@ -62,6 +66,26 @@ void printJson(const AudioFileModel& model) {
             << "}\n";
 }
 
+// The first stage of the window's load, and nothing after it.
+class DecodeOnly final : public FileLoadListener {
+ public:
+  bool wantsMore() override { return false; }
+  void decodeFailed(std::exception_ptr error) override { failure = error; }
+  void decoded(AudioFileModel loaded, SharedAudioBuffer) override { model = std::move(loaded); }
+
+  std::exception_ptr failure;
+  std::optional<AudioFileModel> model;
+};
+
+AudioFileModel describe(const std::string& path) {
+  FileLoadRequest request;
+  request.url = path;
+  DecodeOnly run;
+  runFileLoad(request, run);
+  if (run.failure) std::rethrow_exception(run.failure);
+  return std::move(*run.model);
+}
+
 }  // namespace
 
 int runInfoCommand(const std::vector<std::string>& args) {
@@ -87,7 +111,7 @@ int runInfoCommand(const std::vector<std::string>& args) {
     return kExitNamedError;
   }
   try {
-    const AudioFileModel model = AudioFileModel::describe(path);
+    const AudioFileModel model = describe(path);
     if (json) {
       printJson(model);
     } else {

@@ -1,8 +1,9 @@
 // corvane measure FILE [--json] [--speech] [--mode M]: the loudness, peak and dynamics figures
-// of one file, as the window's offline pass computes them; with --speech also the speech-gated
-// figures, from the speech detector's history of the file; with --mode, the verdicts of that
-// mode's loudness targets.
+// of one file, from the same load stages the window runs when it opens the file; with --speech
+// also the speech-gated figures, from the speech detector's history of the file; with --mode,
+// the verdicts of that mode's loudness targets.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -18,15 +19,11 @@
 #include "cli/CliSupport.h"
 #include "cli/TargetVerdicts.h"
 #include "core/AudioBuffer.h"
-#include "core/ChannelOrder.h"
-#include "core/DRProcessor.h"
-#include "core/Decibels.h"
 #include "core/LoudnessMeasurement.h"
-#include "core/LoudnessProcessor.h"
 #include "core/LoudnessTarget.h"
 #include "headless/files/AudioError.h"
 #include "headless/files/AudioFileModel.h"
-#include "headless/speech/SileroVADAnalyser.h"
+#include "headless/pipelines/FileLoadPipeline.h"
 
 namespace corvane::cli {
 namespace {
@@ -56,79 +53,78 @@ class NamedError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The whole file as the window loads it: decoded by the file layer, channels in canonical
-// order (so the BS.1770 weights meet the right speakers).
-SharedAudioBuffer readAudioFile(const std::string& path) {
-  try {
-    return AudioFileModel::decode(path);
-  } catch (const AudioDecodeError&) {
-    throw NamedError("The file at " + path + " is not a recognised audio file.");
+// The window's load road, run here on the tool's thread: stage 1 (decode, peaks, clip
+// regions), the pyramid, stage 2 (speech, only with --speech) and stage 3 (file metrics). The
+// figures are the ones the window's info panel shows for the file.
+class MeasureRun final : public FileLoadListener {
+ public:
+  void decodeFailed(std::exception_ptr error) override { failure = error; }
+  void decoded(AudioFileModel loaded, SharedAudioBuffer samples) override {
+    model = std::move(loaded);
+    buffer = std::move(samples);
   }
-}
+  void speechDetected(SpeechStageResult result) override { speech = std::move(result); }
+  void measured(SlotMetrics result) override { metrics = std::move(result); }
 
-// The speech history of the whole file with the default tuning, or null when the detector is
-// unavailable or fails; the reason goes to standard error and the other figures stand.
-SharedSpeechHistory detectSpeech(const AudioBuffer& buffer) {
-  const SileroVADAnalyser& detector = SileroVADAnalyser::shared();
-  if (!detector.isAvailable()) {
-    printError("[SpeechDetection] " + detector.errorText());
-    return nullptr;
-  }
-  try {
-    return std::make_shared<const SpeechHistory>(detector.detectSpeech(buffer, SileroVADTuning{}));
-  } catch (const std::exception& e) {
-    printError(std::string("[SpeechDetection] ") + e.what());
-    return nullptr;
-  }
-}
+  std::exception_ptr failure;
+  std::optional<AudioFileModel> model;
+  SharedAudioBuffer buffer;
+  SpeechStageResult speech;
+  std::optional<SlotMetrics> metrics;
+};
 
-Measurements measure(const std::string& path, const AudioBuffer& buffer, bool withSpeech) {
-  Measurements m;
-  m.fileName = std::filesystem::path(path).filename().string();
-  m.sampleRate = buffer.sampleRate();
-  m.channelCount = buffer.channelCount();
-  const FrameCount frames = buffer.frameLength();
-  m.durationSeconds = static_cast<double>(frames) / buffer.sampleRate();
-
-  const SharedSpeechHistory speech = withSpeech ? detectSpeech(buffer) : nullptr;
-  LoudnessProcessor loudness(buffer.sampleRate(), buffer.channelCount(), speech,
-                             ChannelOrder::bs1770Weights(buffer));
-  loudness.setOfflineFeed(true);
-  const FrameCount chunk = std::max<FrameCount>(1, std::llround(buffer.sampleRate() * 0.1));
-  std::vector<const float*> pointers(static_cast<std::size_t>(buffer.channelCount()));
-  for (FrameCount start = 0; start < frames; start += chunk) {
-    const FrameCount n = std::min(chunk, frames - start);
-    for (int c = 0; c < buffer.channelCount(); ++c) pointers[static_cast<std::size_t>(c)] = buffer.channel(c) + start;
-    loudness.updateTruePeak(pointers.data(), n);
-    loudness.process(pointers.data(), n);
-  }
-  loudness.flushPartialBlock();
-
-  const auto finiteOr = [](double v, double fallback) { return std::isfinite(v) ? v : fallback; };
-  m.integratedLUFS = finiteOr(loudness.integratedLUFS(), kNegativeInfinity);
-  m.loudnessRange = finiteOr(loudness.loudnessRange(), 0.0);
-  m.truePeakDBTP = finiteOr(loudness.truePeakDB(), kNegativeInfinity);
-  m.maxMomentaryLUFS = finiteOr(loudness.maxMomentaryLUFS(), kNegativeInfinity);
-  double maxShortTerm = kNegativeInfinity;
-  for (const LoudnessBlock& block : loudness.blockHistory()) {
-    if (std::isfinite(block.shortTermLUFS)) maxShortTerm = std::max(maxShortTerm, double{block.shortTermLUFS});
-  }
-  m.maxShortTermLUFS = maxShortTerm;
-
-  float peak = 0.0f;
-  for (int c = 0; c < buffer.channelCount(); ++c) {
-    const float* x = buffer.channel(c);
-    for (FrameCount i = 0; i < frames; ++i) {
-      if (std::isfinite(x[i])) peak = std::max(peak, std::fabs(x[i]));
+MeasureRun load(const std::string& path, bool withSpeech) {
+  FileLoadRequest request;
+  request.url = path;
+  request.options.detectSpeech = withSpeech;
+  request.options.vadTuning = SileroVADTuning{};
+  request.options.computeSpectrogram = false;
+  // The window builds the pyramid of a long file at load too; the tool does the same work, so
+  // its timing stands for the window's.
+  request.options.buildPyramid = true;
+  MeasureRun run;
+  runFileLoad(request, run);
+  if (run.failure) {
+    try {
+      std::rethrow_exception(run.failure);
+    } catch (const AudioDecodeError&) {
+      throw NamedError("The file at " + path + " is not a recognised audio file.");
     }
   }
-  m.samplePeakDBFS = finiteOr(linearToDB(static_cast<double>(peak)), kNegativeInfinity);
-  m.dynamicRange = DRProcessor::computeDR(buffer.channels(), buffer.channelCount(), frames,
-                                          buffer.sampleRate());
-  if (speech) {
+  if (!run.speech.failure.empty()) printError("[SpeechDetection] " + run.speech.failure);
+  return run;
+}
+
+// The file metrics are 32-bit floats; JSON gets the shortest decimal that reads back to the
+// same float ("-23.000124"), not the seventeen digits of its exact double value.
+double decimalOf(float value) {
+  if (!std::isfinite(value)) return value;
+  char text[32];
+  const auto written = std::to_chars(text, text + sizeof text, value);
+  double decimal = value;
+  std::from_chars(text, written.ptr, decimal);
+  return decimal;
+}
+
+Measurements measure(const std::string& path, const MeasureRun& run) {
+  Measurements m;
+  m.fileName = std::filesystem::path(path).filename().string();
+  m.sampleRate = run.model->sampleRate;
+  m.channelCount = run.model->channelCount;
+  m.durationSeconds = run.model->duration;
+  if (!run.metrics) return m;  // no frames to measure
+  const SlotMetrics& f = *run.metrics;
+  m.integratedLUFS = decimalOf(f.integratedLUFS);
+  m.loudnessRange = decimalOf(f.loudnessRange);
+  m.truePeakDBTP = decimalOf(f.truePeakDB);
+  m.samplePeakDBFS = decimalOf(f.samplePeakDB);
+  m.maxMomentaryLUFS = decimalOf(f.maxMomentaryLUFS);
+  m.maxShortTermLUFS = decimalOf(f.maxShortTermLUFS);
+  m.dynamicRange = f.dynamicRange;
+  if (f.speechHistory) {
     m.speechVADAvailable = true;
-    m.speechGatedLUFS = finiteOr(loudness.speechGatedLUFS(), kNegativeInfinity);
-    m.speechPercentage = finiteOr(loudness.speechPercentage(), 0.0);
+    m.speechGatedLUFS = decimalOf(f.speechGatedLUFS);
+    m.speechPercentage = decimalOf(f.speechPercentage);
   }
   return m;
 }
@@ -242,10 +238,10 @@ int runMeasureCommand(const std::vector<std::string>& args) {
     if (!std::filesystem::is_regular_file(path, error)) {
       throw NamedError("Could not find a file at " + path + ".");
     }
-    const SharedAudioBuffer buffer = readAudioFile(path);
-    const Measurements m = measure(path, *buffer, speech);
+    const MeasureRun run = load(path, speech);
+    const Measurements m = measure(path, run);
     std::optional<LoudnessMeasurement> judged;
-    if (mode) judged = targetMeasurement(m, *buffer);
+    if (mode) judged = targetMeasurement(m, *run.buffer);
     if (json) {
       printJson(m, judged ? targetVerdictsJsonMembers(*mode, *judged) : std::string());
     } else {

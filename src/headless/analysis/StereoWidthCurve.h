@@ -20,6 +20,7 @@ namespace corvane {
 struct StereoWidthCurvePoint {
   double time = 0.0;         // seconds, the end of the block
   float correlation = 0.0f;  // −1 ... 1
+  friend bool operator==(const StereoWidthCurvePoint&, const StereoWidthCurvePoint&) = default;
 };
 
 // Empty when either pointer is null, the rate gives blocks of less than one frame, or there

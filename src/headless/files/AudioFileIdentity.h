@@ -45,6 +45,8 @@ struct AudioFileIdentity {
   int channelCount = 0;
   double sampleRate = 0.0;
 
+  friend bool operator==(const AudioFileIdentity&, const AudioFileIdentity&) = default;
+
   // Reads the file's headers. None when the file can't be opened, is not a regular file, or
   // its bytes match no container Corvane knows (headerless PCM, text, random data). Never
   // throws.

@@ -10,6 +10,7 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "core/ChannelOrder.h"
 #include "headless/files/AudioContainer.h"
@@ -271,6 +272,88 @@ AudioFileModel AudioFileModel::fromBuffer(SharedAudioBuffer buffer, const AudioF
     model.clipRegions = computeClipRegions(*buffer, kClipThreshold);
   }
   model.pcmBuffer = std::move(buffer);
+  return model;
+}
+
+namespace {
+
+// Recomputes bins first ... last (inclusive, clamped to the bins there are) of one channel's
+// peaks, bins of `framesPerBin` frames from frame 0; a bin that would hold no frame of the
+// buffer is left alone.
+void patchBins(ChannelPeaks& bins, const float* data, FrameCount totalFrames, FrameCount framesPerBin,
+               FrameCount first, FrameCount last) {
+  last = std::min(last, static_cast<FrameCount>(bins.size()) - 1);
+  for (FrameCount bin = first; bin <= last; ++bin) {
+    const FrameCount start = bin * framesPerBin;
+    const FrameCount count = std::min(totalFrames - start, framesPerBin);
+    if (count < 1) continue;
+    bins[static_cast<std::size_t>(bin)] = peakOfFrames(data + start, count);
+  }
+}
+
+// The clipped run around an edit of [start, upper): the lowest frame of a run that reaches
+// start - 1, and the first unclipped frame from upper on.
+std::pair<FrameCount, FrameCount> widenedToClippedRuns(const float* data, FrameCount totalFrames, FrameCount start,
+                                                       FrameCount upper, float threshold) {
+  FrameCount left = start;
+  while (left > 0 && std::fabs(data[left - 1]) >= threshold) --left;
+  FrameCount right = upper;
+  while (right < totalFrames && std::fabs(data[right]) >= threshold) ++right;
+  return {left, right};
+}
+
+}  // namespace
+
+AudioFileModel AudioFileModel::refreshedAfterInPlaceEdit(SharedAudioBuffer buffer, FrameCount startFrame,
+                                                         FrameCount endFrame, float threshold) const& {
+  return AudioFileModel(*this).refreshedAfterInPlaceEdit(std::move(buffer), startFrame, endFrame, threshold);
+}
+
+AudioFileModel AudioFileModel::refreshedAfterInPlaceEdit(SharedAudioBuffer buffer, FrameCount startFrame,
+                                                         FrameCount endFrame, float threshold) && {
+  AudioFileModel model = std::move(*this);
+  if (!buffer || buffer->channelCount() < 1) return model;
+  const FrameCount total = buffer->frameLength();
+  const FrameCount start = std::clamp<FrameCount>(startFrame, 0, total);
+  const FrameCount end = std::clamp<FrameCount>(endFrame, 0, total);
+  const FrameCount upper = std::max(end, start);
+  model.pcmBuffer = buffer;
+  if (end <= start) return model;
+
+  const FrameCount binSize = std::max<FrameCount>(total / kWaveformPeakResolution, 1);
+  const int peakChannels = std::min(buffer->channelCount(), static_cast<int>(model.waveformPeaks.size()));
+  for (int c = 0; c < peakChannels; ++c) {
+    patchBins(model.waveformPeaks[static_cast<std::size_t>(c)], buffer->channel(c), total, binSize, start / binSize,
+              (upper - 1) / binSize);
+  }
+
+  const int clipChannels = std::min(buffer->channelCount(), static_cast<int>(model.clipRegions.size()));
+  for (int c = 0; c < clipChannels; ++c) {
+    const float* data = buffer->channel(c);
+    const auto [left, right] = widenedToClippedRuns(data, total, start, upper, threshold);
+    ChannelClipRegions& regions = model.clipRegions[static_cast<std::size_t>(c)];
+    ChannelClipRegions patched;
+    patched.reserve(regions.size() + 1);
+    for (const ClipRegion& region : regions) {
+      if (region.last < left) patched.push_back(region);
+    }
+    const ChannelClipRegions scanned = scanClipRegions(data, left, right, threshold);
+    patched.insert(patched.end(), scanned.begin(), scanned.end());
+    for (const ClipRegion& region : regions) {
+      if (region.first >= right) patched.push_back(region);
+    }
+    regions = std::move(patched);
+  }
+
+  for (WaveformPyramidLevel& level : model.waveformPyramid) {
+    const int levelChannels = std::min(buffer->channelCount(), static_cast<int>(level.peaks.size()));
+    for (int c = 0; c < levelChannels; ++c) {
+      ChannelPeaks& bins = level.peaks[static_cast<std::size_t>(c)];
+      const FrameCount first = start / level.framesPerBin;
+      if (first >= static_cast<FrameCount>(bins.size())) continue;
+      patchBins(bins, buffer->channel(c), total, level.framesPerBin, first, (upper - 1) / level.framesPerBin);
+    }
+  }
   return model;
 }
 

@@ -74,6 +74,32 @@ struct AudioFileModel {
   // buffer; peaks and clip regions anew; no pyramid.
   static AudioFileModel fromBuffer(SharedAudioBuffer buffer, const AudioFileModel& replacing);
 
+  // This model brought up to date after an in-place edit that changed the samples of
+  // `buffer` (the live buffer, or a new one of the same length) in [startFrame, endFrame) and
+  // nothing else. Costs time in proportion to the edited stretch and the clipped runs at its
+  // edges, not to the file:
+  //   - pcmBuffer becomes `buffer`;
+  //   - base peaks: the bins (of max(frames / 4096, 1) frames, as at load) that hold an edited
+  //     frame are computed anew from the samples;
+  //   - clip regions: the edit is widened to whole clipped runs on both sides (a run that
+  //     reaches into the edit is rescanned whole, also its part outside), the regions inside
+  //     are replaced by a scan of the widened stretch at `threshold`, the others kept;
+  //   - pyramid: every level's bins that hold an edited frame are computed anew from the
+  //     samples (not derived from the level below, so they hold exact values).
+  // The range is clamped into the buffer. An empty range patches nothing but the buffer
+  // pointer; a buffer without channels gives the model back unchanged. Channels that the
+  // model or the buffer lacks are left alone.
+  // The patch works on a copy of the model; on an expiring model (std::move(model).refreshed...)
+  // it works in place and spares the copy of peaks and pyramid (tens of MB on long files).
+  AudioFileModel refreshedAfterInPlaceEdit(SharedAudioBuffer buffer, FrameCount startFrame, FrameCount endFrame,
+                                           float threshold) const&;
+  AudioFileModel refreshedAfterInPlaceEdit(SharedAudioBuffer buffer, FrameCount startFrame, FrameCount endFrame,
+                                           float threshold) &&;
+
+  // Plain member-wise equality (the buffer by identity): the session notifies observers of
+  // the loaded file only when it really changed.
+  friend bool operator==(const AudioFileModel&, const AudioFileModel&) = default;
+
   struct Loaded;
 
   // Decodes the whole file (stage 1 of a load). With a raw format: RawPCMReader, the model

@@ -110,6 +110,8 @@ WaveformPeak binPeak(const float* data, FrameCount count) {
 
 }  // namespace
 
+WaveformPeak peakOfFrames(const float* data, FrameCount count) { return binPeak(data, count); }
+
 std::vector<ChannelPeaks> computeWaveformPeaks(const AudioBuffer& buffer, int resolution) {
   if (buffer.channelCount() < 1) {
     std::printf("⚠️ computeWaveformPeaks: no channel data\n");

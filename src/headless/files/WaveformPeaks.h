@@ -40,6 +40,7 @@ using ChannelPeaks = std::vector<WaveformPeak>;
 struct WaveformPyramidLevel {
   FrameCount framesPerBin = 1;
   std::vector<ChannelPeaks> peaks;  // per channel; every channel has the same bin count
+  friend bool operator==(const WaveformPyramidLevel&, const WaveformPyramidLevel&) = default;
 };
 
 // A closed range of frame numbers.
@@ -69,6 +70,11 @@ std::vector<ChannelPeaks> computeWaveformPeaks(const AudioBuffer& buffer, int re
 
 // scanClipRegions over each channel's frames 0 ... frameLength(); nothing without channels.
 std::vector<ChannelClipRegions> computeClipRegions(const AudioBuffer& buffer, float threshold);
+
+// One bin of `count` frames (at least 1) from `data`: the smallest and largest sample and the
+// root of the mean square, computed exactly as every bin above is, so a bin patched after an
+// edit equals the bin a full recompute gives.
+WaveformPeak peakOfFrames(const float* data, FrameCount count);
 
 // The regions of data[start, end) whose magnitude is at or above `threshold`. A negative
 // `start` counts as 0; `end` at or below `start` gives nothing. Frame numbers are indices of
