@@ -134,6 +134,21 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
       _workGuard(std::make_shared<SessionWorkGuard>()) {
   if (options.manualOutput) _transport->setManualOutput(options.manualOutput);
   connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::clearLiveCurves);
+  // The meters' tick follows the transport's own part of each display tick.
+  connect(_transport, &Transport::displayTicked, _meters, [this] { _meters->tick(*_transport); });
+  connect(_transport, &Transport::stillPlayheadMoved, _meters,
+          [this] { _meters->recomputeFFTAtPlayhead(_pcmBuffer.get(), _transport->currentTime()); });
+  _meters->setMeterReadoutRate(_settings->meterReadoutRate());
+  connect(_meters, &LiveMeters::meterReadoutRateChanged, this,
+          [this] { _settings->setMeterReadoutRate(_meters->meterReadoutRate()); });
+  _meters->setSpectrogramOverlapFactor(overlapFactor(_sessionSettings->spectrogramOverlap()));
+  connect(_sessionSettings, &SessionSettings::spectrogramOverlapChanged, _meters,
+          [this] { _meters->setSpectrogramOverlapFactor(overlapFactor(_sessionSettings->spectrogramOverlap())); });
+  _meters->setSpectrogramChannelIndex(_sessionSettings->spectrogramChannelIndex());
+  connect(_sessionSettings, &SessionSettings::spectrogramChannelIndexChanged, _meters,
+          [this] { _meters->setSpectrogramChannelIndex(_sessionSettings->spectrogramChannelIndex()); });
+  connect(_sessionSettings, &SessionSettings::fftWindowTypeChanged, _meters,
+          [this] { _meters->setWindowType(_sessionSettings->fftWindowType()); });
   // The effect chain's callbacks, the last chain, the key monitor, the quit observer and the
   // purge of stale chain renders join the start-up here, in this order, with their subsystems.
   if (options.registerWithBridge) CorvaneAppBridge::shared().registerEngine(this);
