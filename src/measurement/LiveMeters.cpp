@@ -257,6 +257,16 @@ void LiveMeters::updateDisplayState(const DisplayTickInput& in) {
   }
 }
 
+void LiveMeters::applyFinalLoudness(const FinalLoudnessFigures& figures) {
+  setLevel(_integratedLUFS, figures.integratedLUFS, &LiveMeters::integratedLUFSChanged);
+  setLevel(_truePeakDB, figures.truePeakDB, &LiveMeters::truePeakDBChanged);
+  setLevel(_loudnessRange, figures.loudnessRange, &LiveMeters::loudnessRangeChanged);
+  setLevel(_speechGatedLUFS, figures.speechGatedLUFS, &LiveMeters::speechGatedLUFSChanged);
+  setLevel(_speechPercentage, figures.speechPercentage, &LiveMeters::speechPercentageChanged);
+  setLevel(_speechGatedNoiseFloorDBRMS, figures.speechGatedNoiseFloorDBRMS,
+           &LiveMeters::speechGatedNoiseFloorDBRMSChanged);
+}
+
 void LiveMeters::updateLoudness(const DisplayTickInput& in) {
   const LoudnessProcessor& p = *in.loudness;
   const double now = _clock();

@@ -51,6 +51,7 @@
 namespace corvane {
 
 class LoudnessProcessor;
+struct FinalLoudnessFigures;
 class RenderMirrors;
 class Transport;
 struct AnalysisRings;
@@ -191,6 +192,10 @@ class LiveMeters : public QObject {
   // frames), straight from `buffer`: the spectrum of a still playhead. Nothing without a
   // buffer of the prepared channel count and at least fftSize frames.
   void recomputeFFTAtPlayhead(const AudioBuffer* buffer, double currentTime);
+
+  // The end of a pass (stop): the figures of everything played, counted to its last sample,
+  // replace the last tick's, whatever the readout rate.
+  void applyFinalLoudness(const FinalLoudnessFigures& figures);
 
   // The live curves are broken (a seek): emptied, their times back to −1.
   void clearLiveCurves();

@@ -138,6 +138,9 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
   connect(_transport, &Transport::displayTicked, _meters, [this] { _meters->tick(*_transport); });
   connect(_transport, &Transport::stillPlayheadMoved, _meters,
           [this] { _meters->recomputeFFTAtPlayhead(_pcmBuffer.get(), _transport->currentTime()); });
+  connect(_transport, &Transport::finalLoudnessPublished, _meters, [this] {
+    if (const auto& figures = _transport->finalLoudness()) _meters->applyFinalLoudness(*figures);
+  });
   _meters->setMeterReadoutRate(_settings->meterReadoutRate());
   connect(_meters, &LiveMeters::meterReadoutRateChanged, this,
           [this] { _settings->setMeterReadoutRate(_meters->meterReadoutRate()); });
