@@ -6,6 +6,7 @@
 #include "core/ChannelOrder.h"
 #include "dialogue/DialogueModel.h"
 #include "headless/analysis/SelectionAnalysis.h"
+#include "measurement/LoudnessTargets.h"
 #include "playback/Transport.h"
 #include "session/AudioEngine.h"
 #include "session/BackgroundWork.h"
@@ -23,7 +24,11 @@ bool sameLevel(float a, float b) { return a == b; }
 }  // namespace
 
 FileAnalysis::FileAnalysis(AudioEngine* engine)
-    : QObject(engine), _engine(engine), _fileSpeechGatedLUFS(kNoReading), _fileSamplePeakDB(kNoReading) {}
+    : QObject(engine),
+      _engine(engine),
+      _targets(new LoudnessTargets(engine, this)),
+      _fileSpeechGatedLUFS(kNoReading),
+      _fileSamplePeakDB(kNoReading) {}
 
 void FileAnalysis::setOfflineSpectrogramColumns(Snapshot<SpectrogramColumns> columns) {
   if (sameSnapshot(_offlineSpectrogramColumns, columns)) return;
@@ -76,6 +81,7 @@ void FileAnalysis::clearForFile() {
   setIsAnalysing(false);
   setFileSpeechGatedLUFS(kNoReading);
   setFileSamplePeakDB(kNoReading);
+  _targets->clearForFile();
 }
 
 void FileAnalysis::applyFileMetrics(const SlotMetrics& metrics) {

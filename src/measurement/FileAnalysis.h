@@ -29,6 +29,7 @@
 namespace corvane {
 
 class AudioEngine;
+class LoudnessTargets;
 struct SelectionAnalysisOutput;
 
 using LoudnessCurve = std::vector<LoudnessCurvePoint>;
@@ -70,7 +71,11 @@ class FileAnalysis : public QObject {
   bool isAnalysing() const { return _isAnalysing; }
   void setIsAnalysing(bool analysing);
 
-  // A new file is live: every figure of the one before goes.
+  // The delivery targets, their verdicts against the readings, the match and the requests.
+  LoudnessTargets& targets() { return *_targets; }
+  const LoudnessTargets& targets() const { return *_targets; }
+
+  // A new file is live: every figure of the one before goes, and a target match ends.
   void clearForFile();
   // The third stage of a load (or a compare slot's metrics going out): the file's curves and
   // figures from its metrics.
@@ -95,6 +100,7 @@ class FileAnalysis : public QObject {
                              SelectionAnalysisOutput output);
 
   QPointer<AudioEngine> _engine;
+  LoudnessTargets* _targets;
   Snapshot<SpectrogramColumns> _offlineSpectrogramColumns;
   Snapshot<LoudnessCurve> _fileLoudnessCurve;
   float _fileSpeechGatedLUFS;
