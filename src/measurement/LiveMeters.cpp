@@ -12,8 +12,6 @@ namespace corvane {
 
 namespace {
 
-// ln(10) / 10: dB to power by exp.
-constexpr float kDBToPowerExp = 0.2302585f;
 // The power floor of the live spectrogram's channel mean (−160 dB).
 constexpr float kMixPowerFloor = 1e-16f;
 // A jump back of the playhead by more than this drops the live columns, seconds.
@@ -75,7 +73,6 @@ void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FF
   _fftSize = fftSize;
   _sampleRate = sampleRate;
   _fftInputScratch.assign(static_cast<std::size_t>(channels), std::vector<float>(static_cast<std::size_t>(fftSize), 0.0f));
-  _spectroChannelMags.assign(static_cast<std::size_t>(channels), std::vector<float>(static_cast<std::size_t>(fftSize / 2)));
   _spectroMixLinear.assign(static_cast<std::size_t>(fftSize / 2), 0.0f);
   // The render side swaps to the new rings at its next buffer; the old ones are freed once it
   // has moved on.
@@ -325,22 +322,20 @@ void LiveMeters::updateSpectrogram(const DisplayTickInput& in) {
                ring.copyEnding(lag, _fftSize, _fftInputScratch[static_cast<std::size_t>(c)].data());
     }
     if (!copied) break;
-    for (int c = 0; c < channels; ++c) {
-      auto mags = _spectroProcessor->process(_fftInputScratch[static_cast<std::size_t>(c)].data(), _fftSize);
-      std::copy(mags.begin(), mags.end(), _spectroChannelMags[static_cast<std::size_t>(c)].begin());
-    }
+    // In power straight from the transform: the mean of the channels needs no dB round trip.
     SpectrogramColumn column;
     column.time = nextSpectrogramColumnTime;
-    if (oneChannel) {
-      column.mags = _spectroChannelMags[static_cast<std::size_t>(*_spectrogramChannelIndex)];
-    } else if (channels == 1) {
-      column.mags = _spectroChannelMags[0];
+    column.mags.resize(bins);
+    const int only = oneChannel ? *_spectrogramChannelIndex : (channels == 1 ? 0 : -1);
+    if (only >= 0) {
+      auto power = _spectroProcessor->processPower(_fftInputScratch[static_cast<std::size_t>(only)].data(), _fftSize);
+      for (std::size_t k = 0; k < bins; ++k) column.mags[k] = _spectroProcessor->decibels(power[k]);
     } else {
       std::fill(_spectroMixLinear.begin(), _spectroMixLinear.end(), 0.0f);
-      for (const auto& mags : _spectroChannelMags) {
-        for (std::size_t k = 0; k < bins; ++k) _spectroMixLinear[k] += std::exp(kDBToPowerExp * mags[k]);
+      for (int c = 0; c < channels; ++c) {
+        auto power = _spectroProcessor->processPower(_fftInputScratch[static_cast<std::size_t>(c)].data(), _fftSize);
+        for (std::size_t k = 0; k < bins; ++k) _spectroMixLinear[k] += power[k];
       }
-      column.mags.resize(bins);
       const float scale = 1.0f / static_cast<float>(channels);
       for (std::size_t k = 0; k < bins; ++k) {
         column.mags[k] = 10.0f * std::log10(std::max(_spectroMixLinear[k] * scale, kMixPowerFloor));

@@ -237,7 +237,6 @@ class LiveMeters : public QObject {
   // [channels][fftSize]: the newest window of each ring, and after the spectrogram the window
   // of the last column (which the correlation then reads).
   std::vector<std::vector<float>> _fftInputScratch;
-  std::vector<std::vector<float>> _spectroChannelMags;
   std::vector<float> _spectroMixLinear;
   int _fftSize = 0;
   double _sampleRate = 0.0;
