@@ -52,9 +52,7 @@ LiveMeters::LiveMeters(QObject* parent) : QObject(parent), _clock(steadySeconds)
 
 LiveMeters::~LiveMeters() = default;
 
-void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FFTWindowType windowType,
-                                RenderMirrors& mirrors) {
-  channels = std::max(channels, 0);
+void LiveMeters::build(int channels, double sampleRate, int fftSize, FFTWindowType windowType, RenderMirrors& mirrors) {
   std::vector<std::unique_ptr<FFTProcessor>> processors;
   for (int c = 0; c < channels; ++c) processors.push_back(std::make_unique<FFTProcessor>(fftSize, sampleRate, windowType));
   _channelProcessors = std::move(processors);
@@ -72,13 +70,19 @@ void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FF
   }
   _fftSize = fftSize;
   _sampleRate = sampleRate;
+  _windowType = windowType;
   _fftInputScratch.assign(static_cast<std::size_t>(channels), std::vector<float>(static_cast<std::size_t>(fftSize), 0.0f));
   _spectroMixLinear.assign(static_cast<std::size_t>(fftSize / 2), 0.0f);
   // The render side swaps to the new rings at its next buffer; the old ones are freed once it
   // has moved on.
   mirrors._atomicAnalysisRings.publish(std::make_unique<AnalysisRings>(channels, 4 * fftSize));
   nextSpectrogramColumnTime = -1.0;
+}
 
+void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FFTWindowType windowType,
+                                RenderMirrors& mirrors) {
+  channels = std::max(channels, 0);
+  build(channels, sampleRate, fftSize, windowType, mirrors);
   _fftMagnitudes = makeSnapshot(ChannelMagnitudes(static_cast<std::size_t>(channels),
                                                   std::vector<float>(static_cast<std::size_t>(fftSize / 2), kSilentBinDB)));
   emit fftMagnitudesChanged();
@@ -92,12 +96,34 @@ void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FF
     emit channelRMSChanged();
   }
   _lastMeterReadoutTime = -std::numeric_limits<double>::infinity();
+  // Nothing of the file before stands for this one.
+  setLevel(_momentaryLUFS, kNoReading, &LiveMeters::momentaryLUFSChanged);
+  setLevel(_shortTermLUFS, kNoReading, &LiveMeters::shortTermLUFSChanged);
+  setLevel(_integratedLUFS, kNoReading, &LiveMeters::integratedLUFSChanged);
+  setLevel(_loudnessRange, 0.0, &LiveMeters::loudnessRangeChanged);
+  setLevel(_truePeakDB, kNoReading, &LiveMeters::truePeakDBChanged);
+  setLevel(_speechGatedLUFS, kNoReading, &LiveMeters::speechGatedLUFSChanged);
+  setLevel(_speechPercentage, 0.0, &LiveMeters::speechPercentageChanged);
+  setLevel(_speechGatedNoiseFloorDBRMS, kNoReading, &LiveMeters::speechGatedNoiseFloorDBRMSChanged);
   setLevel(_liveMaxShortTermLUFS, kNoReading, &LiveMeters::liveMaxShortTermLUFSChanged);
   clearLiveCurves();
   if (!_liveSpectrogramColumns.empty()) {
     _liveSpectrogramColumns.clear();
     emit liveSpectrogramColumnsChanged();
   }
+}
+
+bool LiveMeters::setFftSize(int fftSize, RenderMirrors& mirrors) {
+  const bool powerOfTwo = fftSize >= 2 && (fftSize & (fftSize - 1)) == 0;
+  if (!powerOfTwo || fftSize == _fftSize || _channelProcessors.empty()) return false;
+  build(static_cast<int>(_channelProcessors.size()), _sampleRate, fftSize, _windowType, mirrors);
+  _fftMagnitudes.reset();
+  emit fftMagnitudesChanged();
+  if (!_liveSpectrogramColumns.empty()) {
+    _liveSpectrogramColumns.clear();
+    emit liveSpectrogramColumnsChanged();
+  }
+  return true;
 }
 
 void LiveMeters::clearLiveCurves() {
@@ -135,6 +161,7 @@ void LiveMeters::setSpectrogramOverlapFactor(int factor) {
 }
 
 void LiveMeters::setWindowType(FFTWindowType windowType) {
+  _windowType = windowType;
   for (auto& p : _channelProcessors) p->setWindowType(windowType);
   if (_midProcessor) _midProcessor->setWindowType(windowType);
   if (_sideProcessor) _sideProcessor->setWindowType(windowType);

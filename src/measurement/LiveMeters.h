@@ -184,6 +184,11 @@ class LiveMeters : public QObject {
   // FFT refuses (odd or below 2).
   void prepareForFile(int channels, double sampleRate, int fftSize, FFTWindowType windowType, RenderMirrors& mirrors);
 
+  // A new window size (a power of two from 2) for a live file: processors and rings anew at
+  // that size, the spectra emptied, the live columns started over. False, and nothing done,
+  // for the same size, another size or no file.
+  bool setFftSize(int fftSize, RenderMirrors& mirrors);
+
   // One display tick from what `in` carries.
   void updateDisplayState(const DisplayTickInput& in);
   // One display tick from what the transport's render side published.
@@ -222,6 +227,7 @@ class LiveMeters : public QObject {
   void meterReadoutRateChanged();
 
  private:
+  void build(int channels, double sampleRate, int fftSize, FFTWindowType windowType, RenderMirrors& mirrors);
   void updateSpectrogram(const DisplayTickInput& in);
   void updateLoudness(const DisplayTickInput& in);
   void setSpectra(ChannelMagnitudes spectra);
@@ -240,6 +246,7 @@ class LiveMeters : public QObject {
   std::vector<float> _spectroMixLinear;
   int _fftSize = 0;
   double _sampleRate = 0.0;
+  FFTWindowType _windowType = FFTWindowType::Hann;
   int _overlapFactor = 4;
   std::optional<int> _spectrogramChannelIndex;
   MeterReadoutRate _meterReadoutRate = MeterReadoutRate::hz10;

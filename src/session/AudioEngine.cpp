@@ -150,6 +150,11 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
   _meters->setSpectrogramChannelIndex(_sessionSettings->spectrogramChannelIndex());
   connect(_sessionSettings, &SessionSettings::spectrogramChannelIndexChanged, _meters,
           [this] { _meters->setSpectrogramChannelIndex(_sessionSettings->spectrogramChannelIndex()); });
+  connect(_sessionSettings, &SessionSettings::fftSizeChanged, _meters, [this] {
+    if (_meters->setFftSize(_sessionSettings->fftSize(), _transport->mirrors())) {
+      _analysis->setOfflineSpectrogramColumns(nullptr);
+    }
+  });
   connect(_sessionSettings, &SessionSettings::fftWindowTypeChanged, _meters,
           [this] { _meters->setWindowType(_sessionSettings->fftWindowType()); });
   // The effect chain's callbacks, the last chain, the key monitor, the quit observer and the

@@ -304,6 +304,36 @@ TEST(LiveMetersTick, CorrelationReadsOneForMonoMinusOneForInvertedAndAboutZeroFo
   EXPECT_EQ(stereoCorrelation(left.data(), left.data(), 0), 0.0f);
 }
 
+TEST(LiveMetersTick, ANewWindowSizeRebuildsRingsAndProcessorsAndStartsTheColumnsOver) {
+  TickRig rig(2, 1024);
+  for (int c = 0; c < 2; ++c) rig.write(c, sine(4 * 1024, 3000.0, 0.5));
+  rig.tick(1.0, true);
+  ASSERT_FALSE(rig.meters.liveSpectrogramColumns().empty());
+  const AnalysisRings* before = &rig.rings();
+
+  EXPECT_FALSE(rig.meters.setFftSize(1024, rig.mirrors));  // no change
+  EXPECT_FALSE(rig.meters.setFftSize(3000, rig.mirrors));  // not a power of two
+  EXPECT_EQ(&rig.rings(), before);
+  ASSERT_TRUE(rig.meters.setFftSize(2048, rig.mirrors));
+  EXPECT_NE(&rig.rings(), before);
+  EXPECT_EQ(rig.rings().channelCount(), 2);
+  EXPECT_EQ(rig.rings().rings[0]->capacity(), 4 * 2048);
+  EXPECT_EQ(rig.rings().rings[0]->filledCount(), 0);
+  EXPECT_FALSE(rig.meters.fftMagnitudes());
+  EXPECT_TRUE(rig.meters.liveSpectrogramColumns().empty());
+  EXPECT_DOUBLE_EQ(rig.meters.nextSpectrogramColumnTime, -1.0);
+
+  // The new rings fill at the new size: 3 kHz is bin 128 of 2048 points.
+  for (int c = 0; c < 2; ++c) rig.write(c, sine(2048, 3000.0, 0.5));
+  rig.tick(1.5, true);
+  ASSERT_EQ((*rig.meters.fftMagnitudes())[0].size(), 1024u);
+  EXPECT_EQ(peakBin((*rig.meters.fftMagnitudes())[1]), 128u);
+  ASSERT_TRUE(rig.meters.msMagnitudes());
+  EXPECT_EQ(rig.meters.msMagnitudes()->mid.size(), 1024u);
+  ASSERT_EQ(rig.meters.liveSpectrogramColumns().size(), 1u);
+  EXPECT_EQ(rig.meters.liveSpectrogramColumns()[0].mags.size(), 1024u);
+}
+
 TEST(LiveMetersTick, RecomputeAtPlayheadTakesTheWindowEndingThere) {
   TickRig rig(2, 1024);
   auto buffer = AudioBuffer::createZeroed(2, 96000, kRate);
