@@ -6,14 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <chrono>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <functional>
 #include <map>
-#include <thread>
 
+#include "SessionTestSupport.h"
 #include "TestSignals.h"
 #include "core/LoudnessProcessor.h"
 #include "measurement/FileAnalysis.h"
@@ -29,15 +27,6 @@ namespace corvane::test {
 namespace {
 
 using LiveOfflineAgreement = OnJackServer;
-
-bool runEventsUntil(const std::function<bool()>& done, double seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return done();
-}
 
 struct LiveBlock {
   double shortTermLUFS;
@@ -71,7 +60,7 @@ TEST_F(LiveOfflineAgreement, AFilePlayedToItsEndMeasuresAsTheOfflinePassDoes) {
     if (landing == AudioEngine::Landing::metrics) ++metricsLandings;
   });
   engine.openURLs({QUrl::fromLocalFile(QString::fromStdString(path))});
-  ASSERT_TRUE(runEventsUntil([&] { return metricsLandings == 1; }, 30.0));
+  ASSERT_TRUE(waitUntil([&] { return metricsLandings == 1; }, 30.0));
   Transport& transport = engine.transport();
   ASSERT_TRUE(transport.hasGraph());
   LoudnessProcessor* live = transport.controller().graph().loudnessProcessor();
@@ -90,7 +79,7 @@ TEST_F(LiveOfflineAgreement, AFilePlayedToItsEndMeasuresAsTheOfflinePassDoes) {
   });
   transport.play();
   ASSERT_TRUE(transport.isPlaying());
-  ASSERT_TRUE(runEventsUntil([&] { return !transport.isPlaying(); }, 20.0));
+  ASSERT_TRUE(waitUntil([&] { return !transport.isPlaying(); }, 20.0));
   EXPECT_GT(ticks, 150);  // 8 s at 30 Hz, less what the loaded machine skips
 
   LiveMeters& meters = engine.meters();
@@ -100,7 +89,7 @@ TEST_F(LiveOfflineAgreement, AFilePlayedToItsEndMeasuresAsTheOfflinePassDoes) {
 
   engine.analysis().analyse();
   waitForBackgroundWork();
-  ASSERT_TRUE(runEventsUntil([&] { return static_cast<bool>(engine.analysis().selectionAnalysis()); }, 30.0));
+  ASSERT_TRUE(waitUntil([&] { return static_cast<bool>(engine.analysis().selectionAnalysis()); }, 30.0));
   const SelectionAnalysisResult& offline = *engine.analysis().selectionAnalysis();
   EXPECT_EQ(offline.timeRange, (SecondsRange{0.0, 8.0}));
 
