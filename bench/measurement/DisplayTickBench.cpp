@@ -73,7 +73,8 @@ struct Rig {
       pointers.push_back(channel.data());
     }
     const AnalysisRings& rings = *mirrors._atomicAnalysisRings.current();
-    for (int c = 0; c < kChannels; ++c) rings.rings[static_cast<std::size_t>(c)]->write(block[c].data(), kFramesPerTick);
+    for (int c = 0; c < kChannels; ++c)
+      rings.rings[static_cast<std::size_t>(c)]->write(block[c].data(), kFramesPerTick);
     loudness.updateTruePeak(pointers.data(), kFramesPerTick);
     loudness.process(pointers.data(), kFramesPerTick);
     time += kFramesPerTick / kRate;

@@ -54,7 +54,8 @@ LiveMeters::~LiveMeters() = default;
 
 void LiveMeters::build(int channels, double sampleRate, int fftSize, FFTWindowType windowType, RenderMirrors& mirrors) {
   std::vector<std::unique_ptr<FFTProcessor>> processors;
-  for (int c = 0; c < channels; ++c) processors.push_back(std::make_unique<FFTProcessor>(fftSize, sampleRate, windowType));
+  for (int c = 0; c < channels; ++c)
+    processors.push_back(std::make_unique<FFTProcessor>(fftSize, sampleRate, windowType));
   _channelProcessors = std::move(processors);
   _spectroProcessor = channels > 0 ? std::make_unique<FFTProcessor>(fftSize, sampleRate, windowType) : nullptr;
   if (channels >= 2) {
@@ -71,7 +72,8 @@ void LiveMeters::build(int channels, double sampleRate, int fftSize, FFTWindowTy
   _fftSize = fftSize;
   _sampleRate = sampleRate;
   _windowType = windowType;
-  _fftInputScratch.assign(static_cast<std::size_t>(channels), std::vector<float>(static_cast<std::size_t>(fftSize), 0.0f));
+  _fftInputScratch.assign(static_cast<std::size_t>(channels),
+                          std::vector<float>(static_cast<std::size_t>(fftSize), 0.0f));
   _spectroMixLinear.assign(static_cast<std::size_t>(fftSize / 2), 0.0f);
   // The render side swaps to the new rings at its next buffer; the old ones are freed once it
   // has moved on.
@@ -83,8 +85,8 @@ void LiveMeters::prepareForFile(int channels, double sampleRate, int fftSize, FF
                                 RenderMirrors& mirrors) {
   channels = std::max(channels, 0);
   build(channels, sampleRate, fftSize, windowType, mirrors);
-  _fftMagnitudes = makeSnapshot(ChannelMagnitudes(static_cast<std::size_t>(channels),
-                                                  std::vector<float>(static_cast<std::size_t>(fftSize / 2), kSilentBinDB)));
+  _fftMagnitudes = makeSnapshot(ChannelMagnitudes(
+      static_cast<std::size_t>(channels), std::vector<float>(static_cast<std::size_t>(fftSize / 2), kSilentBinDB)));
   emit fftMagnitudesChanged();
   if (_msMagnitudes) {
     _msMagnitudes.reset();
@@ -207,15 +209,22 @@ void LiveMeters::tick(Transport& transport) {
   if (RenderChain* chain = graph.chain()) {
     const PlaybackRenderer& renderer = chain->renderer();
     in.channelRMS.resize(static_cast<std::size_t>(renderer.sourceRMSChannelCount()));
-    for (int c = 0; c < renderer.sourceRMSChannelCount(); ++c) in.channelRMS[static_cast<std::size_t>(c)] = renderer.sourceRMS(c);
+    for (int c = 0; c < renderer.sourceRMSChannelCount(); ++c)
+      in.channelRMS[static_cast<std::size_t>(c)] = renderer.sourceRMS(c);
     const OutputTap& tap = chain->outputTap();
     in.outputChannelRMS.resize(static_cast<std::size_t>(tap.channelCount()));
     tap.readOutputRMS(in.outputChannelRMS);
-    _scopeLeft.resize(OutputTap::kScopeFrames);
-    _scopeRight.resize(OutputTap::kScopeFrames);
-    const int scopeCount = tap.readPhaseScope(_scopeLeft, _scopeRight);
-    in.scopeLeft = std::span<const float>(_scopeLeft.data(), static_cast<std::size_t>(scopeCount));
-    in.scopeRight = std::span<const float>(_scopeRight.data(), static_cast<std::size_t>(scopeCount));
+    // The tap publishes a scope window every 4096 frames, less often than the tick runs: a
+    // window already shown is not published again.
+    const std::uint64_t windows = tap.windowsPublished();
+    if (windows != _scopeWindowsShown) {
+      _scopeLeft.resize(OutputTap::kScopeFrames);
+      _scopeRight.resize(OutputTap::kScopeFrames);
+      const int scopeCount = tap.readPhaseScope(_scopeLeft, _scopeRight);
+      if (scopeCount > 0) _scopeWindowsShown = windows;
+      in.scopeLeft = std::span<const float>(_scopeLeft.data(), static_cast<std::size_t>(scopeCount));
+      in.scopeRight = std::span<const float>(_scopeRight.data(), static_cast<std::size_t>(scopeCount));
+    }
   } else {
     in.channelRMS = _channelRMS;
     in.outputChannelRMS = _outputChannelRMS;
@@ -233,7 +242,8 @@ void LiveMeters::updateDisplayState(const DisplayTickInput& in) {
     for (int c = 0; c < channels && c < in.rings->channelCount(); ++c) {
       const FloatRingBuffer& ring = *in.rings->rings[static_cast<std::size_t>(c)];
       if (ring.filledCount() >= _fftSize) {
-        ready[static_cast<std::size_t>(c)] = ring.copyLast(_fftSize, _fftInputScratch[static_cast<std::size_t>(c)].data());
+        ready[static_cast<std::size_t>(c)] =
+            ring.copyLast(_fftSize, _fftInputScratch[static_cast<std::size_t>(c)].data());
       }
     }
   }
@@ -241,7 +251,8 @@ void LiveMeters::updateDisplayState(const DisplayTickInput& in) {
   for (int c = 0; c < channels; ++c) {
     auto& out = spectra[static_cast<std::size_t>(c)];
     if (ready[static_cast<std::size_t>(c)]) {
-      auto mags = _channelProcessors[static_cast<std::size_t>(c)]->process(_fftInputScratch[static_cast<std::size_t>(c)].data(), _fftSize);
+      auto mags = _channelProcessors[static_cast<std::size_t>(c)]->process(
+          _fftInputScratch[static_cast<std::size_t>(c)].data(), _fftSize);
       out.assign(mags.begin(), mags.end());
     } else {
       out.assign(static_cast<std::size_t>(_fftSize / 2), kSilentBinDB);
@@ -335,11 +346,13 @@ void LiveMeters::updateSpectrogram(const DisplayTickInput& in) {
   }
   // How far back the ring still holds a whole window.
   const double maxLag = 3.0 * _fftSize / rate;
-  if (nextSpectrogramColumnTime < 0.0 || nextSpectrogramColumnTime > now + kColumnLeadSec) nextSpectrogramColumnTime = now;
+  if (nextSpectrogramColumnTime < 0.0 || nextSpectrogramColumnTime > now + kColumnLeadSec)
+    nextSpectrogramColumnTime = now;
   if (nextSpectrogramColumnTime < now - maxLag) nextSpectrogramColumnTime = now - maxLag;
 
   const std::size_t bins = static_cast<std::size_t>(_fftSize / 2);
-  const bool oneChannel = _spectrogramChannelIndex && *_spectrogramChannelIndex >= 0 && *_spectrogramChannelIndex < channels;
+  const bool oneChannel =
+      _spectrogramChannelIndex && *_spectrogramChannelIndex >= 0 && *_spectrogramChannelIndex < channels;
   for (int made = 0; made < kMaxColumnsPerTick && nextSpectrogramColumnTime <= now; ++made) {
     const int lag = std::max(static_cast<int>(rate * (now - nextSpectrogramColumnTime)), 0);
     bool copied = true;

@@ -31,6 +31,7 @@
 #pragma once
 
 #include <QObject>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -108,7 +109,8 @@ class LiveMeters : public QObject {
   Q_PROPERTY(float liveMaxShortTermLUFS READ liveMaxShortTermLUFS NOTIFY liveMaxShortTermLUFSChanged)
   Q_PROPERTY(corvane::LiveLoudnessCurve liveLoudnessCurve READ liveLoudnessCurve NOTIFY liveLoudnessCurveChanged)
   Q_PROPERTY(corvane::LiveLevelCurve liveTruePeakCurve READ liveTruePeakCurve NOTIFY liveTruePeakCurveChanged)
-  Q_PROPERTY(corvane::LiveStereoWidthCurve liveStereoWidthCurve READ liveStereoWidthCurve NOTIFY liveStereoWidthCurveChanged)
+  Q_PROPERTY(corvane::LiveStereoWidthCurve liveStereoWidthCurve READ liveStereoWidthCurve
+                 NOTIFY liveStereoWidthCurveChanged)
   Q_PROPERTY(corvane::LiveSpectrogramColumns liveSpectrogramColumns READ liveSpectrogramColumns
                  NOTIFY liveSpectrogramColumnsChanged)
   Q_PROPERTY(corvane::Snapshot<corvane::PhaseScopeSamples> phaseScopeSamples READ phaseScopeSamples
@@ -274,6 +276,7 @@ class LiveMeters : public QObject {
   // Scratch of the output tap's reads (tick()).
   std::vector<float> _scopeLeft;
   std::vector<float> _scopeRight;
+  std::uint64_t _scopeWindowsShown = 0;
 };
 
 }  // namespace corvane

@@ -126,7 +126,8 @@ void LoudnessTargets::clearForFile() {
   apply({}, before);
 }
 
-void LoudnessTargets::apply(const LoudnessTargetMatch::Effects& effects, const std::optional<std::string>& matchBefore) {
+void LoudnessTargets::apply(const LoudnessTargetMatch::Effects& effects,
+                            const std::optional<std::string>& matchBefore) {
   if (_engine) {
     Transport& transport = _engine->transport();
     RenderMirrors& mirrors = transport.mirrors();
@@ -150,10 +151,10 @@ void LoudnessTargets::requestNormalizeToTarget(const LoudnessTarget& target) {
   if (!reading) return;
   // Normalising is a single-file operation.
   if (_engine->compare().compareSlots().size() >= 2) return;
-  _pendingNormalize = PendingNormalize{
-      target.source == LoudnessSource::dialogGated ? PendingNormalize::Basis::dialogGated
-                                                   : PendingNormalize::Basis::integrated,
-      target.displayName, *reading, target.referenceLevel, target.truePeakCeilingDBTP};
+  _pendingNormalize =
+      PendingNormalize{target.source == LoudnessSource::dialogGated ? PendingNormalize::Basis::dialogGated
+                                                                    : PendingNormalize::Basis::integrated,
+                       target.displayName, *reading, target.referenceLevel, target.truePeakCeilingDBTP};
   emit pendingNormalizeChanged();
   if (!_engine->setMode(AudioEngine::Mode::edit, true)) consumePendingNormalize();
 }

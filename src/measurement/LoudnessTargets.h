@@ -67,7 +67,8 @@ class LoudnessTargets : public QObject {
                  WRITE setLoudnessTargetSelection NOTIFY loudnessTargetSelectionChanged)
   Q_PROPERTY(corvane::LoudnessDisplayMode loudnessDisplayMode READ loudnessDisplayMode WRITE setLoudnessDisplayMode
                  NOTIFY loudnessDisplayModeChanged)
-  Q_PROPERTY(std::optional<std::string> loudnessTargetMatchID READ loudnessTargetMatchID NOTIFY loudnessTargetMatchChanged)
+  Q_PROPERTY(std::optional<std::string> loudnessTargetMatchID READ loudnessTargetMatchID
+                 NOTIFY loudnessTargetMatchChanged)
   Q_PROPERTY(bool violationsEnabled READ violationsEnabled WRITE setViolationsEnabled NOTIFY violationsChanged)
 
  public:

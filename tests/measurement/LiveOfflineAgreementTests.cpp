@@ -119,10 +119,11 @@ TEST_F(LiveOfflineAgreement, AFilePlayedToItsEndMeasuresAsTheOfflinePassDoes) {
     ++paired;
   }
   EXPECT_GT(paired, 40);
-  std::printf("[ measured ] live/offline: integrated %.3f/%.3f LUFS, range %.3f/%.3f LU, true peak %.3f/%.3f dBTP; "
-              "%d blocks paired, largest difference %.4f LU\n",
-              liveIntegrated, offline.integratedLUFS, liveRange, offline.loudnessRange, liveTruePeak, offline.truePeakDB,
-              paired, worstBlock);
+  std::printf(
+      "[ measured ] live/offline: integrated %.3f/%.3f LUFS, range %.3f/%.3f LU, true peak %.3f/%.3f dBTP; "
+      "%d blocks paired, largest difference %.4f LU\n",
+      liveIntegrated, offline.integratedLUFS, liveRange, offline.loudnessRange, liveTruePeak, offline.truePeakDB,
+      paired, worstBlock);
 }
 
 }  // namespace

@@ -51,8 +51,8 @@ class LoudnessTargetsTest : public SessionTest {
 
 struct Expected {
   double lufs;
-  std::string applePodcasts, aes;             // podcast verdicts
-  float spotifyDB, appleMusicDB, youtubeDB;   // music: the platform's gain, 0 = as-is
+  std::string applePodcasts, aes;            // podcast verdicts
+  float spotifyDB, appleMusicDB, youtubeDB;  // music: the platform's gain, 0 = as-is
 };
 
 TEST_F(LoudnessTargetsTest, FilesAtMinus16Minus17Point2AndMinus14GetTheirVerdictsInEveryMode) {
@@ -174,7 +174,8 @@ TEST_F(LoudnessTargetsTest, SelectionAndDisplayModeOutliveTheSession) {
   auto engine = makeEngine();
   EXPECT_EQ(engine->analysis().targets().loudnessTargetSelection(), chosen);
   EXPECT_EQ(engine->analysis().targets().loudnessDisplayMode(), LoudnessDisplayMode::offline);
-  const auto broadcast = engine->analysis().targets().loudnessTargetSelection().selectedIDs(LoudnessTargetMode::broadcast);
+  const auto broadcast =
+      engine->analysis().targets().loudnessTargetSelection().selectedIDs(LoudnessTargetMode::broadcast);
   EXPECT_EQ(broadcast.back(), "broadcast.aribTRB32");
 }
 
