@@ -83,6 +83,19 @@ TEST_F(LiveOfflineAgreement, AFilePlayedToItsEndMeasuresAsTheOfflinePassDoes) {
   EXPECT_GT(ticks, 150);  // 8 s at 30 Hz, less what the loaded machine skips
 
   LiveMeters& meters = engine.meters();
+  // What the ticks left for the views: a curve point every 0.09 s or more of playhead time
+  // (about ten a second over 8 s), columns of the whole window, the output's scope pair.
+  EXPECT_GT(meters.liveLoudnessCurve().size(), 60u);
+  EXPECT_LE(meters.liveLoudnessCurve().size(), 90u);
+  EXPECT_EQ(meters.liveTruePeakCurve().size(), meters.liveLoudnessCurve().size());
+  EXPECT_GT(meters.liveStereoWidthCurve().size(), 60u);
+  ASSERT_GT(meters.liveSpectrogramColumns().size(), 50u);
+  EXPECT_EQ(meters.liveSpectrogramColumns().back().mags.size(), 2048u);
+  ASSERT_TRUE(meters.phaseScopeSamples());
+  EXPECT_EQ(meters.phaseScopeSamples()->left.size(), 512u);
+  ASSERT_EQ(meters.channelRMS().size(), 2u);
+  EXPECT_GT(meters.channelRMS()[0], 0.01f);
+
   const float liveIntegrated = meters.integratedLUFS();
   const float liveRange = meters.loudnessRange();
   const float liveTruePeak = meters.truePeakDB();

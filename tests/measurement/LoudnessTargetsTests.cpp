@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <map>
 #include <string>
 
@@ -201,6 +202,28 @@ TEST_F(LoudnessTargetsTest, NormalizeAndLimitOpenEditModeWithTheirRequests) {
   targets.requestLimitTPToTarget(*selection.target("broadcast.atscA85"));
   ASSERT_TRUE(targets.pendingLimitTP());
   EXPECT_EQ(*targets.pendingLimitTP(), (PendingLimitTP{"ATSC A/85", -2.0f}));
+}
+
+TEST_F(LoudnessTargetsTest, OfflineReadingsPreferTheSelectionAnalysisToTheFilesMetrics) {
+  {
+    auto empty = makeEngine();
+    empty->analysis().targets().setLoudnessDisplayMode(LoudnessDisplayMode::offline);
+    EXPECT_EQ(empty->analysis().targets().displayIntegratedLUFS(), -std::numeric_limits<float>::infinity());
+  }
+  // Six seconds at −20 LUFS, then six at −30: the file integrates to about −22.6 (both halves
+  // pass the relative gate), its first half alone to −20.
+  Planar signal = toneAt(-20.0);
+  signal.append(toneAt(-30.0));
+  auto engine = open(signal, "steps.wav");
+  LoudnessTargets& targets = engine->analysis().targets();
+  targets.setLoudnessDisplayMode(LoudnessDisplayMode::offline);
+  EXPECT_NEAR(targets.displayIntegratedLUFS(), -22.6, 0.1);
+  engine->transport().setSelection(PlaybackSelection{0.0, 6.0});
+  engine->analysis().analyseSelection();
+  waitForBackgroundWork();
+  ASSERT_TRUE(waitUntil([&] { return static_cast<bool>(engine->analysis().selectionAnalysis()); }));
+  EXPECT_NEAR(targets.displayIntegratedLUFS(), -20.0, 0.05);
+  EXPECT_NEAR(targets.displayMaxShortTermLUFS(), -20.0, 0.05);
 }
 
 TEST_F(LoudnessTargetsTest, ViolationsReadTheSelectionAnalysisCurvesAboveTheirThresholds) {
