@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "compare/CompareModel.h"
-#include "core/LoudnessProcessor.h"
+#include "dialogue/DialogueModel.h"
 #include "measurement/FileAnalysis.h"
 #include "measurement/LiveMeters.h"
 #include "playback/Transport.h"
@@ -59,11 +59,9 @@ LoudnessMeasurement LoudnessTargets::measurement() const {
     m.maxShortTermLUFS = meters.liveMaxShortTermLUFS();
     m.truePeakDBTP = meters.truePeakDB();
     m.speechGatedNoiseFloorDBRMS = meters.speechGatedNoiseFloorDBRMS();
-    // The live meter has a speech history only once the load's detection landed.
-    if (_engine->transport().controller().graph().loudnessProcessor() &&
-        _engine->transport().controller().graph().loudnessProcessor()->speechHistory()) {
-      m.speechPercentage = meters.speechPercentage();
-    }
+    // The live meter gets the file's speech history when the load's detection lands; before
+    // that its 0 % means "not known yet".
+    if (_engine->dialogue().fileSpeechHistory()) m.speechPercentage = meters.speechPercentage();
     return m;
   }
   if (const auto& analysis = _engine->analysis().selectionAnalysis()) {
