@@ -227,6 +227,17 @@ TEST(LiveMetersTick, SpectrogramMakesAtMost64ColumnsATickAnd1800InAll) {
   for (std::size_t i = 1; i < columns.size(); ++i) ASSERT_GT(columns[i].time, columns[i - 1].time);
 }
 
+TEST(LiveMetersTick, SpectrogramHopNeverFallsBelow64Frames) {
+  TickRig rig(1, 1024);
+  rig.meters.setSpectrogramOverlapFactor(64);  // 1024 / 64 = 16 frames, raised to 64
+  rig.write(0, noise(4 * 1024, 5));
+  rig.tick(1.0, true);
+  rig.tick(1.0 + 640 / kRate, true);
+  const auto& columns = rig.meters.liveSpectrogramColumns();
+  ASSERT_EQ(columns.size(), 11u);
+  for (std::size_t i = 1; i < columns.size(); ++i) EXPECT_NEAR(columns[i].time - columns[i - 1].time, 64 / kRate, 1e-9);
+}
+
 TEST(LiveMetersTick, SpectrogramKeepsItsColumnsOverASmallJumpBackAndStartsOverAfterALargeOne) {
   TickRig rig(1, 1024);  // hop 256 frames at the default overlap of 4
   rig.write(0, noise(4 * 1024, 3));
