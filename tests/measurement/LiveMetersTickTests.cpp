@@ -232,7 +232,7 @@ TEST(LiveMetersTick, SpectrogramHopNeverFallsBelow64Frames) {
   rig.meters.setSpectrogramOverlapFactor(64);  // 1024 / 64 = 16 frames, raised to 64
   rig.write(0, noise(4 * 1024, 5));
   rig.tick(1.0, true);
-  rig.tick(1.0 + 640 / kRate, true);
+  rig.tick(1.0 + 660 / kRate, true);  // ten hops of 64 frames later, and a little
   const auto& columns = rig.meters.liveSpectrogramColumns();
   ASSERT_EQ(columns.size(), 11u);
   for (std::size_t i = 1; i < columns.size(); ++i) EXPECT_NEAR(columns[i].time - columns[i - 1].time, 64 / kRate, 1e-9);
