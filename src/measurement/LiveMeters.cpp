@@ -129,6 +129,15 @@ bool LiveMeters::setFftSize(int fftSize, RenderMirrors& mirrors) {
 }
 
 void LiveMeters::clearLiveCurves() {
+  breakLiveLoudnessCurves();
+  if (!_liveStereoWidthCurve.empty()) {
+    _liveStereoWidthCurve.clear();
+    emit liveStereoWidthCurveChanged();
+  }
+  lastLiveStereoWidthTime = -1.0;
+}
+
+void LiveMeters::breakLiveLoudnessCurves() {
   if (!_liveLoudnessCurve.empty()) {
     _liveLoudnessCurve.clear();
     emit liveLoudnessCurveChanged();
@@ -137,12 +146,7 @@ void LiveMeters::clearLiveCurves() {
     _liveTruePeakCurve.clear();
     emit liveTruePeakCurveChanged();
   }
-  if (!_liveStereoWidthCurve.empty()) {
-    _liveStereoWidthCurve.clear();
-    emit liveStereoWidthCurveChanged();
-  }
   lastLiveCurveTime = -1.0;
-  lastLiveStereoWidthTime = -1.0;
 }
 
 void LiveMeters::setMeterReadoutRate(MeterReadoutRate rate) {

@@ -204,8 +204,12 @@ class LiveMeters : public QObject {
   // replace the last tick's, whatever the readout rate.
   void applyFinalLoudness(const FinalLoudnessFigures& figures);
 
-  // The live curves are broken (a seek): emptied, their times back to −1.
+  // Every live curve emptied, their times back to −1 (a new file, a new window size).
   void clearLiveCurves();
+
+  // A seek breaks the loudness and true-peak curves, whose integrating meters start over;
+  // the width curve is a plain correlation per point and keeps what it has.
+  void breakLiveLoudnessCurves();
 
  signals:
   void fftMagnitudesChanged();

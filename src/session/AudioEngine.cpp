@@ -169,7 +169,7 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
       _presenter(options.presenter ? std::move(options.presenter) : std::make_shared<LoggingAlertPresenter>()),
       _workGuard(std::make_shared<SessionWorkGuard>()) {
   if (options.manualOutput) _transport->setManualOutput(options.manualOutput);
-  connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::clearLiveCurves);
+  connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::breakLiveLoudnessCurves);
   connectMeasurement(*this);
   // The effect chain's callbacks, the last chain, the key monitor, the quit observer and the
   // purge of stale chain renders join the start-up here, in this order, with their subsystems.

@@ -189,7 +189,14 @@ TEST(LiveMetersTick, CurvesTakeAPointEveryNinetyMillisecondsOnlyWhilePlayingAndK
   EXPECT_EQ(rig.meters.liveLoudnessCurve().size(), 10u);
   EXPECT_EQ(rig.meters.liveTruePeakCurve().size(), 10u);
 
+  // A seek breaks the integrating curves only; the width curve keeps its points.
+  rig.meters.breakLiveLoudnessCurves();
+  EXPECT_TRUE(rig.meters.liveLoudnessCurve().empty());
+  EXPECT_TRUE(rig.meters.liveTruePeakCurve().empty());
+  EXPECT_EQ(rig.meters.liveStereoWidthCurve().size(), 10u);
+
   rig.meters.clearLiveCurves();
+  EXPECT_TRUE(rig.meters.liveStereoWidthCurve().empty());
   const LiveLoudnessCurve published = rig.meters.liveLoudnessCurve();
   for (int point = 0; point < 80010; ++point) rig.tick(point * 0.1, true, &loudness);
   for (const std::size_t size : {rig.meters.liveLoudnessCurve().size(), rig.meters.liveTruePeakCurve().size(),
