@@ -15,27 +15,12 @@
 #include "session/SettingsStore.h"
 #include "support/JackPlaybackRig.h"
 #include "support/PlaybackTestSignals.h"
+#include "support/SessionOnJack.h"
 
 namespace corvane::test {
 namespace {
 
 using TransportModel = OnJackServer;
-
-bool runEventsUntil(const std::function<bool()>& done, double seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return done();
-}
-
-std::optional<AudioOutputDevice> deviceNamed(const AudioDeviceManager& devices, const std::string& name) {
-  for (const auto& device : devices.outputDevices()) {
-    if (device.name == name) return device;
-  }
-  return std::nullopt;
-}
 
 TEST_F(TransportModel, TheDisplayTimerRunsWhilePlayingAndTheEndOfTheFileStopsIt) {
   JackCaptureClient capture("cvcap", 2);
