@@ -216,6 +216,12 @@ class AudioEngine : public QObject {
 
   // ---- Collaborators ------------------------------------------------------------------------
   void setAlertPresenter(std::shared_ptr<AlertPresenter> presenter);
+  // Shows an alert through the installed presenter (subsystem commands use it); the index of
+  // the button pressed, or AlertPresenter::kNoButton.
+  int presentAlert(const SessionAlert& alert) { return ask(alert); }
+  // "Cannot overwrite the original file": a Save As or an export chose the loaded file itself.
+  // The advice depends on whether Save may overwrite the file (corvaneAllowSaveOverwrite).
+  void presentInPlaceWriteRefused();
   void setWorkGuard(std::shared_ptr<SessionWorkGuard> guard);
   // The raw formats remembered per file (the raw import subsystem installs it): asked when a
   // file is loaded or added without a format.

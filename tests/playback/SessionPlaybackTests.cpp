@@ -54,7 +54,7 @@ TEST_F(SessionPlayback, AFiveOneFilePlaysSampleExactOnItsOwnPortsAndItsEndPublis
   capture.arm();
   transport.togglePlayPause();
   ASSERT_TRUE(transport.isPlaying());
-  ASSERT_TRUE(runEventsUntil([&] { return !transport.isPlaying(); }, 5.0)) << "the end of the file did not stop it";
+  ASSERT_TRUE(waitUntil([&] { return !transport.isPlaying(); }, 5.0)) << "the end of the file did not stop it";
   std::this_thread::sleep_for(std::chrono::milliseconds(60));
   capture.disarm();
 
@@ -92,7 +92,7 @@ TEST_F(SessionPlayback, RoutingEditsWhilePlayingChangeTheSoundWithinABuffer) {
 
   capture.arm();
   transport.play();
-  ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 0.6; }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.6; }, 3.0));
   // The matrix's own operations: -6 dB on L, the phasor of R stepped round to 180°, and the
   // left channel added to the third output and stepped to +90°.
   ChannelRoutings routings = transport.routings();
@@ -102,10 +102,10 @@ TEST_F(SessionPlayback, RoutingEditsWhilePlayingChangeTheSoundWithinABuffer) {
   ASSERT_TRUE(cycleRoutePhase(routings, 2, 0));
   const long editAt = static_cast<long>(capture.framesRecorded());
   transport.setRoutings(routings);
-  ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 1.4; }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 1.4; }, 3.0));
   const long muteAt = static_cast<long>(capture.framesRecorded());
   transport.setMutedSourceChannels({1});
-  ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 2.2; }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 2.2; }, 3.0));
   ASSERT_TRUE(transport.isPlaying());
   transport.stop();
   capture.disarm();
@@ -167,11 +167,11 @@ TEST_F(SessionPlayback, BandFiltersOnTheLiveOutputMatchTheCookbook) {
 
     capture.arm();
     transport.play();
-    ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 1.0; }, 3.0));
+    ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 1.0; }, 3.0));
     const long switchAt = static_cast<long>(capture.framesRecorded());
     transport.setFilterMode(FreqFilterMode::bandReject);
     transport.setFreqSelection(FreqRange{600.0, 1500.0});
-    ASSERT_TRUE(runEventsUntil([&] { return !transport.isPlaying(); }, 5.0));
+    ASSERT_TRUE(waitUntil([&] { return !transport.isPlaying(); }, 5.0));
     capture.disarm();
 
     const std::vector<float> x = capture.channel(0);

@@ -1,5 +1,5 @@
 // A whole session (AudioEngine) on the private JACK server: settings in a fresh folder, a
-// scripted user at the alerts, JACK as the only backend, and the real event loop to wait on.
+// scripted user at the alerts (ScriptedUser), JACK as the only backend.
 #pragma once
 
 #include <QCoreApplication>
@@ -17,17 +17,9 @@
 #include "session/AudioEngine.h"
 #include "session/BackgroundWork.h"
 #include "session/SettingsStore.h"
+#include "session/SessionTestSupport.h"
 
 namespace corvane::test {
-
-inline bool runEventsUntil(const std::function<bool()>& done, double seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return done();
-}
 
 inline std::optional<AudioOutputDevice> deviceNamed(const AudioDeviceManager& devices, const std::string& name) {
   for (const auto& device : devices.outputDevices()) {
@@ -35,21 +27,6 @@ inline std::optional<AudioOutputDevice> deviceNamed(const AudioDeviceManager& de
   }
   return std::nullopt;
 }
-
-// Answers every alert with the next scripted button (closing it when the script has run out)
-// and keeps what it was shown.
-class AlertLog : public AlertPresenter {
- public:
-  int present(const SessionAlert& alert) override {
-    seen.push_back(alert);
-    if (answers.empty()) return kNoButton;
-    const int answer = answers.front();
-    answers.erase(answers.begin());
-    return answer;
-  }
-  std::vector<int> answers;
-  std::vector<SessionAlert> seen;
-};
 
 struct SessionOnJack {
   explicit SessionOnJack(bool rescanDevices = false) {
@@ -77,11 +54,11 @@ struct SessionOnJack {
     if (!device) return false;
     devices().selectDevice(device);
     engine->openURLs({QUrl::fromLocalFile(QString::fromStdString(path))});
-    return runEventsUntil([&] { return engine->loadedFile().has_value() && transport().hasGraph(); }, 10.0);
+    return waitUntil([&] { return engine->loadedFile().has_value() && transport().hasGraph(); }, 10.0);
   }
 
   TemporaryDirectory folder;
-  std::shared_ptr<AlertLog> user = std::make_shared<AlertLog>();
+  std::shared_ptr<ScriptedUser> user = std::make_shared<ScriptedUser>();
   std::unique_ptr<AudioEngine> engine;
 };
 
