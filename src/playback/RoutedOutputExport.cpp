@@ -2,7 +2,6 @@
 
 #include <exception>
 
-#include "core/ChannelOrder.h"
 #include "headless/files/AudioContainer.h"
 #include "headless/files/AudioFileWriter.h"
 #include "headless/files/EditOutputGuard.h"
@@ -47,10 +46,9 @@ std::optional<std::filesystem::path> RoutedOutputExport::exportRoutedOutput() {
     return std::nullopt;
   }
 
-  // The routed channels are discrete; should they ever carry speaker positions a WAV can't
-  // hold in this order, CAF keeps them.
+  // Discrete channels beyond a pair: a WAV would let a reader guess a speaker layout for them.
   std::string extension = "wav";
-  if (!ChannelOrder::wavPreservesChannelOrder(routed->channelPositions())) {
+  if (!routedOutputFitsWav(channels)) {
     const int answer = _engine.presentAlert(SessionAlert{
         SessionAlert::Style::warning, QString::fromUtf8(kCafQuestion), cafQuestionText(channels),
         {QStringLiteral("Save as CAF"), QStringLiteral("Save as WAV Anyway"), QStringLiteral("Cancel")}});

@@ -18,6 +18,8 @@ std::vector<int> routedOutputIndexes(const ChannelRoutings& routings) {
   return kept;
 }
 
+bool routedOutputFitsWav(int channels) { return channels <= 2; }
+
 SharedAudioBuffer buildRoutedBuffer(const AudioBuffer& source, const ChannelRoutings& routings,
                                     int outputChannels) {
   if (outputChannels < 1 || source.channelCount() < 1) return nullptr;
@@ -44,6 +46,9 @@ SharedAudioBuffer buildRoutedBuffer(const AudioBuffer& source, const ChannelRout
     for (int o = 0; o < outputChannels; ++o) {
       std::copy(mixed[o].begin(), mixed[o].end(), result->channel(o));
       std::vector<float>().swap(mixed[o]);
+    }
+    if (outputChannels > 2) {
+      result->setChannelPositions(std::vector<ChannelPosition>(static_cast<std::size_t>(outputChannels), ChannelPosition::Unknown));
     }
     return result;
   } catch (const std::bad_alloc&) {

@@ -78,15 +78,28 @@ TEST_F(RoutedExport, AFiveOneFileThroughANonTrivialRoutingNullsAgainstFfmpegPan)
   transport.setRoutings(r);
 
   std::vector<SavePanelRequest> requests;
-  const std::string output = session.folder.file("mixdown.wav");
+  std::string output = session.folder.file("mixdown.wav");
   RoutedOutputExport command(*session.engine, [&](const SavePanelRequest& request) {
     requests.push_back(request);
     return std::optional<std::filesystem::path>(output);
   });
+  // Four discrete channels: the question about the layout comes first. Cancel ends it there.
+  session.user->answers = {2, 1, 0};
+  EXPECT_FALSE(command.exportRoutedOutput());
+  EXPECT_TRUE(requests.empty());
+  ASSERT_EQ(session.user->seen.size(), 1u);
+  const SessionAlert& question = session.user->seen[0];
+  EXPECT_EQ(question.messageText, "Save as CAF to keep the channel layout?");
+  EXPECT_EQ(question.informativeText,
+            "This routed output has 4 channels in an order a WAV file can't store with a layout tag. Saving as WAV "
+            "keeps the audio but an app reopening it can't tell which channel is which. Core Audio Format (.caf) "
+            "stores the exact layout.");
+  EXPECT_EQ(question.buttons, (QStringList{"Save as CAF", "Save as WAV Anyway", "Cancel"}));
+
+  // "Save as WAV Anyway".
   const auto written = command.exportRoutedOutput();
   ASSERT_TRUE(written);
   EXPECT_EQ(written->string(), output);
-  EXPECT_TRUE(session.user->seen.empty());
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0].title, "Render Routed Output");
   EXPECT_EQ(requests[0].proposedName, "surround_routed.wav");
@@ -94,6 +107,15 @@ TEST_F(RoutedExport, AFiveOneFileThroughANonTrivialRoutingNullsAgainstFfmpegPan)
   EXPECT_EQ(requests[0].directory, std::filesystem::path(session.folder.path()));
   // The session still has the file it had.
   EXPECT_EQ(session.engine->loadedFile()->url, std::filesystem::path(input));
+
+  // "Save as CAF": the panel proposes a CAF, and the same samples go into it.
+  const std::string wav = output;
+  output = session.folder.file("mixdown.caf");
+  ASSERT_TRUE(command.exportRoutedOutput());
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[1].proposedName, "surround_routed.caf");
+  EXPECT_EQ(requests[1].allowedExtensions, QStringList{"caf"});
+  EXPECT_EQ(session.user->seen.size(), 3u);
 
   const auto g = [&](int out, int src) { return gainText(*routingGainFor(r, out, src)); };
   const std::string pan = "pan=4c|c0=" + g(0, 0) + "*c0+" + g(0, 2) + "*c2+" + g(0, 4) + "*c4" +  //
@@ -105,8 +127,17 @@ TEST_F(RoutedExport, AFiveOneFileThroughANonTrivialRoutingNullsAgainstFfmpegPan)
       runCommand("ffmpeg -v error -y -i '" + input + "' -af '" + pan + "' -c:a pcm_f32le '" + reference + "' 2>&1");
   ASSERT_EQ(ffmpeg.exitCode, 0) << ffmpeg.output;
 
-  const ReadBack ours = readFile(output);
+  const ReadBack ours = readFile(wav);
   const ReadBack theirs = readFile(reference);
+  const ReadBack caf = readFile(output);
+  EXPECT_EQ(caf.format & SF_FORMAT_TYPEMASK, SF_FORMAT_CAF);
+  EXPECT_EQ(caf.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+  EXPECT_EQ(caf.data, ours.data);
+  // FFmpeg reads its layout chunk: four channels, none of them a speaker.
+  const CommandResult probe = runCommand("ffprobe -v error -show_entries stream=channels,channel_layout -of csv=p=0 '" + output + "'");
+  EXPECT_EQ(probe.exitCode, 0);
+  std::printf("[ measured ] ffprobe of the CAF: %s", probe.output.c_str());
+  EXPECT_EQ(probe.output.rfind("4", 0), 0u) << probe.output;
   ASSERT_EQ(ours.channels, 4);
   EXPECT_EQ(ours.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
   EXPECT_EQ(ours.format & SF_FORMAT_TYPEMASK, SF_FORMAT_WAVEX);  // more than two channels

@@ -40,7 +40,10 @@ TEST(RoutedRender, PhasesSignTheGainOrTakeTheQuadrature) {
   ASSERT_EQ(out->channelCount(), 5);
   EXPECT_EQ(out->frameLength(), 9600);
   EXPECT_EQ(out->sampleRate(), 48000.0);
-  EXPECT_TRUE(out->channelPositions().empty());
+  // More than two channels are discrete: no speaker of their own.
+  EXPECT_EQ(out->channelPositions(), std::vector<ChannelPosition>(5, ChannelPosition::Unknown));
+  EXPECT_FALSE(routedOutputFitsWav(3));
+  EXPECT_TRUE(routedOutputFitsWav(2));
   for (FrameCount i = 0; i < 9600; ++i) {
     ASSERT_EQ(out->channel(0)[i], source->channel(0)[i] - 0.5f * source->channel(1)[i]) << i;
     ASSERT_EQ(out->channel(1)[i], 0.0f) << i;
