@@ -22,9 +22,6 @@ QString RoutedOutputExport::cafQuestionText(int channels) {
       .arg(channels);
 }
 
-void RoutedOutputExport::fail(const QString& text) {
-  _engine.presentAlert(SessionAlert{SessionAlert::Style::warning, QString::fromUtf8(kFailureTitle), text, {QStringLiteral("OK")}});
-}
 
 std::optional<std::filesystem::path> RoutedOutputExport::exportRoutedOutput() {
   const SharedAudioBuffer source = _engine.pcmBuffer();
@@ -36,13 +33,13 @@ std::optional<std::filesystem::path> RoutedOutputExport::exportRoutedOutput() {
   ChannelRoutings kept;
   for (int index : routedOutputIndexes(routings)) kept.push_back(routings[static_cast<std::size_t>(index)]);
   if (kept.empty()) {
-    fail(QString::fromUtf8(kNothingRoutedText));
+    _engine.presentEditFailure(QString::fromUtf8(kNothingRoutedText));
     return std::nullopt;
   }
   const int channels = static_cast<int>(kept.size());
   const SharedAudioBuffer routed = buildRoutedBuffer(*source, kept, channels);
   if (!routed) {
-    fail(QString::fromUtf8(kOutOfMemoryText));
+    _engine.presentEditFailure(QString::fromUtf8(kOutOfMemoryText));
     return std::nullopt;
   }
 

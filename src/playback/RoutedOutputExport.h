@@ -3,8 +3,10 @@
 // written as a new 32-bit float file, one channel per output that has a routed source. The
 // session is left alone: the new file is neither opened nor listed.
 //
-// The questions it asks go through the session's alert presenter; the destination comes from
-// a save panel the caller installs (the application a file dialog, tests their own answer).
+// The questions it asks go through the session's alert presenter, and its two failures of its
+// own (nothing routed, no memory for the mix) through the session's edit-failure report; the
+// destination comes from a save panel the caller installs (the application a file dialog,
+// tests their own answer).
 //
 // Thread class: main thread. The render and the write block it for their duration, as a save
 // does.
@@ -45,7 +47,6 @@ class RoutedOutputExport {
       "first.";
   static constexpr const char* kOutOfMemoryText =
       "Couldn't render the routed output (not enough memory for a file this large).";
-  static constexpr const char* kFailureTitle = "Couldn't apply the edit";
   static constexpr const char* kCafQuestion = "Save as CAF to keep the channel layout?";
 
   // `engine` must outlive the command; without a panel the command asks for no destination
@@ -60,8 +61,6 @@ class RoutedOutputExport {
   static QString cafQuestionText(int channels);
 
  private:
-  void fail(const QString& text);
-
   AudioEngine& _engine;
   SavePanel _panel;
 };

@@ -196,6 +196,14 @@ void AudioEngine::setWorkGuard(std::shared_ptr<SessionWorkGuard> guard) {
 
 int AudioEngine::ask(const SessionAlert& alert) { return _presenter->present(alert); }
 
+void AudioEngine::presentEditFailure(const QString& text) {
+  if (_onEditFailure) {
+    _onEditFailure(text);
+    return;
+  }
+  ask(SessionAlert{SessionAlert::Style::warning, QStringLiteral("Couldn't apply the edit"), text, {QStringLiteral("OK")}});
+}
+
 void AudioEngine::presentInPlaceWriteRefused() {
   const QString advice =
       _settings->corvaneAllowSaveOverwrite()

@@ -221,6 +221,14 @@ TEST_F(RoutedExport, RefusesTheLoadedFileAndSaysWhyWhenNothingIsRouted) {
   EXPECT_EQ(session.user->seen[2].informativeText,
             "No output has a routed source yet, so there's nothing to render. Route at least one source in the "
             "matrix first.");
+  // With an edit-failure handler installed, the text goes there instead of an alert.
+  QStringList reported;
+  session.engine->setOnEditFailure([&](const QString& text) { reported.push_back(text); });
+  EXPECT_FALSE(command.exportRoutedOutput());
+  EXPECT_EQ(session.user->seen.size(), 3u);
+  ASSERT_EQ(reported.size(), 1);
+  EXPECT_TRUE(reported[0].startsWith("No output has a routed source yet"));
+  session.engine->setOnEditFailure(nullptr);
 
   // A CAF name chosen in the panel writes a CAF, whatever the proposed type was.
   addRoute(r, 0, 0);
