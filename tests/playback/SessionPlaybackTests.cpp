@@ -6,6 +6,7 @@
 #include <complex>
 
 #include "playback/RoutingGain.h"
+#include "support/JackPlaybackRig.h"
 #include "support/JackTestServer.h"
 #include "support/PlaybackTestSignals.h"
 #include "support/RbjOracle.h"
@@ -80,6 +81,60 @@ TEST_F(SessionPlayback, AFiveOneFilePlaysSampleExactOnItsOwnPortsAndItsEndPublis
   std::printf("[ measured ] 5.1 pass: live %.3f LUFS, libebur128 %.3f LUFS\n",
               transport.finalLoudness()->integratedLUFS, oracle.integrated);
   EXPECT_NEAR(transport.finalLoudness()->integratedLUFS, oracle.integrated, 0.1);
+}
+
+// The skip commands and play/pause by the one key, on an index-coded file: every captured
+// sample says which frame it came from.
+TEST_F(SessionPlayback, SkipsAndTogglingLandOnTheFramesTheySay) {
+  JackCaptureClient capture("cvcap", 2);
+  SessionOnJack session;
+  Planar file(48000.0, 2, 4 * 48000);
+  for (int c = 0; c < 2; ++c) {
+    for (FrameCount i = 0; i < file.frames(); ++i) file.channels[c][i] = indexCodedSample(i, c);
+  }
+  const std::string path = session.folder.file("coded.wav");
+  writeWav(path, file);
+  ASSERT_TRUE(session.open(path, "cvcap"));
+  Transport& transport = session.transport();
+  const double rate = 48000.0;
+
+  capture.arm();
+  transport.play();
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.3; }, 3.0));
+  const double t1 = transport.currentTime();
+  transport.skip(1.0);  // "Skip Forward 1 Second", from the playhead as shown
+  EXPECT_TRUE(transport.isPlaying());
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > t1 + 1.3; }, 3.0));
+  transport.skip(-5.0);  // limited to the start
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.3; }, 3.0));
+  transport.togglePlayPause();
+  EXPECT_FALSE(transport.isPlaying());
+  const FrameCount pausedAt = transport.controller().playbackFrame();
+  EXPECT_DOUBLE_EQ(transport.currentTime(), pausedAt / rate);
+  waitUntil([] { return false; }, 0.2);
+  EXPECT_EQ(transport.controller().playbackFrame(), pausedAt) << "a paused transport moved";
+  transport.togglePlayPause();
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > pausedAt / rate + 0.2; }, 3.0));
+  transport.pause();
+  // Skipping past the end while paused stops at the end; play then starts from the top.
+  transport.skip(10.0);
+  EXPECT_DOUBLE_EQ(transport.currentTime(), transport.duration());
+  EXPECT_EQ(transport.controller().playbackFrame(), file.frames());
+  transport.play();
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.1 && transport.currentTime() < 1.0; }, 3.0));
+  transport.stop();
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));
+  capture.disarm();
+
+  // Four runs: from 0; from the skip target; from 0 again, straight through the pause (the
+  // frame after the pause is the one after the last before it); from 0 after the end.
+  const auto runs = runsOf(capture.channel(0), 0);
+  ASSERT_EQ(runs.size(), 4u);
+  EXPECT_EQ(runs[0].first, 0);
+  EXPECT_EQ(runs[1].first, static_cast<FrameCount>((t1 + 1.0) * rate));
+  EXPECT_EQ(runs[2].first, 0);
+  EXPECT_GT(runs[2].first + runs[2].second, pausedAt + 4800);
+  EXPECT_EQ(runs[3].first, 0);
 }
 
 TEST_F(SessionPlayback, RoutingEditsWhilePlayingChangeTheSoundWithinABuffer) {
