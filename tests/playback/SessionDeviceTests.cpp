@@ -14,13 +14,7 @@ using SessionDevices = OnJackServer;
 TEST_F(SessionDevices, ClientsComingAndGoingWhilePlayingAndTheSelectedOneLeaving) {
   auto capture = std::make_unique<JackCaptureClient>("cvcap", 2);
   SessionOnJack session(true);
-  Planar file(48000.0, 2, 16 * 48000);
-  for (int c = 0; c < 2; ++c) {
-    for (FrameCount i = 0; i < file.frames(); ++i) file.channels[c][i] = indexCodedSample(i, c);
-  }
-  const std::string path = session.folder.file("long.wav");
-  writeWav(path, file);
-  ASSERT_TRUE(session.open(path, "cvcap"));
+  ASSERT_TRUE(session.open(session.writeIndexCodedFile("long.wav", 2, 16 * 48000), "cvcap"));
   AudioDeviceManager& devices = session.devices();
   Transport& transport = session.transport();
   ASSERT_TRUE(devices.isRescanning());

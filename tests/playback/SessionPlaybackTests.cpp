@@ -88,13 +88,8 @@ TEST_F(SessionPlayback, AFiveOneFilePlaysSampleExactOnItsOwnPortsAndItsEndPublis
 TEST_F(SessionPlayback, SkipsAndTogglingLandOnTheFramesTheySay) {
   JackCaptureClient capture("cvcap", 2);
   SessionOnJack session;
-  Planar file(48000.0, 2, 4 * 48000);
-  for (int c = 0; c < 2; ++c) {
-    for (FrameCount i = 0; i < file.frames(); ++i) file.channels[c][i] = indexCodedSample(i, c);
-  }
-  const std::string path = session.folder.file("coded.wav");
-  writeWav(path, file);
-  ASSERT_TRUE(session.open(path, "cvcap"));
+  const FrameCount frames = 4 * 48000;
+  ASSERT_TRUE(session.open(session.writeIndexCodedFile("coded.wav", 2, frames), "cvcap"));
   Transport& transport = session.transport();
   const double rate = 48000.0;
 
@@ -119,7 +114,7 @@ TEST_F(SessionPlayback, SkipsAndTogglingLandOnTheFramesTheySay) {
   // Skipping past the end while paused stops at the end; play then starts from the top.
   transport.skip(10.0);
   EXPECT_DOUBLE_EQ(transport.currentTime(), transport.duration());
-  EXPECT_EQ(transport.controller().playbackFrame(), file.frames());
+  EXPECT_EQ(transport.controller().playbackFrame(), frames);
   transport.play();
   ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.1 && transport.currentTime() < 1.0; }, 3.0));
   transport.stop();

@@ -18,6 +18,7 @@
 #include "session/BackgroundWork.h"
 #include "session/SettingsStore.h"
 #include "session/SessionTestSupport.h"
+#include "support/PlaybackTestSignals.h"
 
 namespace corvane::test {
 
@@ -45,6 +46,18 @@ struct SessionOnJack {
 
   Transport& transport() { return engine->transport(); }
   AudioDeviceManager& devices() { return engine->deviceManager(); }
+
+  // A 32-bit float WAV `name` in the session's folder, index-coded (PlaybackTestSignals.h) so
+  // that every captured sample tells its frame; returns its path.
+  std::string writeIndexCodedFile(const std::string& name, int channels, FrameCount frames) {
+    Planar file(48000.0, channels, frames);
+    for (int c = 0; c < channels; ++c) {
+      for (FrameCount i = 0; i < frames; ++i) file.channels[c][i] = indexCodedSample(i, c);
+    }
+    const std::string path = folder.file(name);
+    writeWav(path, file);
+    return path;
+  }
 
   // Chooses the JACK client `deviceName` as the output and opens `path` through the session's
   // road; true once the file is live.
