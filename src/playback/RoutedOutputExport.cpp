@@ -22,7 +22,6 @@ QString RoutedOutputExport::cafQuestionText(int channels) {
       .arg(channels);
 }
 
-
 std::optional<std::filesystem::path> RoutedOutputExport::exportRoutedOutput() {
   const SharedAudioBuffer source = _engine.pcmBuffer();
   const auto& file = _engine.loadedFile();

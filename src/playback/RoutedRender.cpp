@@ -47,7 +47,7 @@ SharedAudioBuffer buildRoutedBuffer(const AudioBuffer& source, const ChannelRout
       std::copy(mixed[o].begin(), mixed[o].end(), result->channel(o));
       std::vector<float>().swap(mixed[o]);
     }
-    if (outputChannels > 2) {
+    if (!routedOutputFitsWav(outputChannels)) {
       result->setChannelPositions(std::vector<ChannelPosition>(static_cast<std::size_t>(outputChannels), ChannelPosition::Unknown));
     }
     return result;
