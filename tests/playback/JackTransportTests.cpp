@@ -224,8 +224,12 @@ TEST_F(JackTransport, EveryReadListsTheClientsThatStayWhileOthersComeAndGo) {
   std::atomic<bool> done{false};
   std::thread churn([&] {
     for (int i = 0; !done.load(); ++i) {
-      JackCaptureClient passing("cvpassing" + std::to_string(i % 3), 1 + i % 4);
-      std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      try {
+        JackCaptureClient passing("cvpassing" + std::to_string(i % 3), 1 + i % 4);
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      } catch (const std::runtime_error&) {
+        // A busy server may refuse a client now and then; the churn goes on.
+      }
     }
   });
   int reads = 0;
