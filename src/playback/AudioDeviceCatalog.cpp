@@ -1,9 +1,11 @@
 #include "playback/AudioDeviceCatalog.h"
 
 #include <alsa/asoundlib.h>
+#include <jack/jack.h>
 #include "playback/RtAudioBackend.h"
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 
 namespace corvane {
@@ -17,6 +19,65 @@ void ignoreAlsaMessage(const char*, int, const char*, int, const char*, ...) {}
 void silenceAlsaLibraryMessages() {
   static std::once_flag once;
   std::call_once(once, [] { snd_lib_error_set_handler(&ignoreAlsaMessage); });
+}
+
+void ignoreJackMessage(const char*) {}
+
+// The JACK server's clients as devices, read in one client session from one port list: a
+// client's input ports are what it can play (its output channels), its output ports what it
+// can record. Ports of different clients interleave in the server's port order (a leaving
+// client's slots go to the next one), so they are grouped by client name, each client listed
+// where its first port stands. The default is the client with the physical ports (the
+// hardware), else the first listed. No server: no JACK devices.
+void scanJackDevices(AudioDeviceScan& scan, const std::set<std::string>& ignoredJackClients) {
+  // libjack reports a missing server on standard error at every attempt; the re-scan would
+  // repeat it every 2 seconds.
+  jack_set_error_function(&ignoreJackMessage);
+  jack_status_t status;
+  jack_client_t* client = jack_client_open("CorvaneDeviceScan", JackNoStartServer, &status);
+  if (!client) return;
+  const unsigned rate = jack_get_sample_rate(client);
+  struct Counts {
+    int inputs = 0, outputs = 0;
+    bool physicalInput = false, physicalOutput = false;
+  };
+  std::vector<std::string> order;
+  std::map<std::string, Counts> clients;
+  if (const char** ports = jack_get_ports(client, nullptr, JACK_DEFAULT_AUDIO_TYPE, 0)) {
+    for (const char** name = ports; *name; ++name) {
+      const std::string full(*name);
+      const std::size_t colon = full.find(':');
+      if (colon == std::string::npos) continue;
+      const std::string owner = full.substr(0, colon);
+      if (ignoredJackClients.count(owner)) continue;
+      jack_port_t* port = jack_port_by_name(client, *name);
+      if (!port) continue;  // gone since the list was made
+      const int flags = jack_port_flags(port);
+      auto [it, added] = clients.try_emplace(owner);
+      if (added) order.push_back(owner);
+      if (flags & JackPortIsInput) {
+        ++it->second.inputs;
+        it->second.physicalInput |= (flags & JackPortIsPhysical) != 0;
+      } else if (flags & JackPortIsOutput) {
+        ++it->second.outputs;
+        it->second.physicalOutput |= (flags & JackPortIsPhysical) != 0;
+      }
+    }
+    jack_free(ports);
+  }
+  jack_client_close(client);
+  for (const std::string& name : order) {
+    const Counts& counts = clients[name];
+    const std::string id = audioDeviceId(AudioBackend::jack, name);
+    if (counts.inputs > 0) {
+      scan.outputs.push_back({id, AudioBackend::jack, name, counts.inputs, rate, {rate}});
+      if (counts.physicalInput && scan.defaultOutputId.empty()) scan.defaultOutputId = id;
+    }
+    if (counts.outputs > 0) {
+      scan.inputs.push_back({id, AudioBackend::jack, name, counts.outputs, rate, {rate}});
+      if (counts.physicalOutput && scan.defaultInputId.empty()) scan.defaultInputId = id;
+    }
+  }
 }
 
 bool backendCompiled(AudioBackend backend) {
@@ -52,6 +113,10 @@ AudioDeviceScan scanAudioDevices(const std::vector<AudioBackend>& backends,
   silenceAlsaLibraryMessages();
   AudioDeviceScan scan;
   for (AudioBackend backend : backends) {
+    if (backend == AudioBackend::jack) {
+      scanJackDevices(scan, ignoredJackClients);
+      continue;
+    }
     if (!backendCompiled(backend)) continue;
     try {
       RtAudio rt(rtAudioApiOf(backend));
@@ -66,7 +131,6 @@ AudioDeviceScan scanAudioDevices(const std::vector<AudioBackend>& backends,
         }
         // A device whose name can't be read isn't a device we can offer.
         if (!info.probed || info.name.empty()) continue;
-        if (backend == AudioBackend::jack && ignoredJackClients.count(info.name)) continue;
         const std::string id = audioDeviceId(backend, info.name);
         if (info.outputChannels > 0) {
           scan.outputs.push_back({id, backend, info.name, static_cast<int>(info.outputChannels),

@@ -1,5 +1,7 @@
-// AudioDeviceCatalog: the machine's audio devices and the choice of one output, over RtAudio
-// (JACK, PulseAudio/PipeWire, ALSA).
+// AudioDeviceCatalog: the machine's audio devices and the choice of one output: PulseAudio/
+// PipeWire and ALSA devices as RtAudio lists them, JACK clients read from the server itself
+// (one port list per read, grouped by client: RtAudio's own JACK listing opens a client per
+// device and splits a client whose ports interleave with another's in the server's order).
 //
 // A device's id is stable: its backend and its name ("jack:system", "alsa:hw:1,0"), never an
 // enumeration index, which changes whenever anything is plugged in or a JACK client comes

@@ -43,6 +43,8 @@ enum class FreqFilterMode { bandPass, bandReject };
 struct FreqRange {
   double lowHz = 0.0;
   double highHz = 0.0;
+
+  friend bool operator==(const FreqRange&, const FreqRange&) = default;
 };
 
 // The edges as the designs use them (see the header comment).

@@ -158,6 +158,8 @@ class PlaybackController {
   void setMutedSourceChannels(const std::vector<int>& channels);
   void setSlotGain(float linearGain);
   void setFreqFilter(std::optional<FreqRange> selection, FreqFilterMode mode);
+  const std::optional<FreqRange>& freqSelection() const { return _freqSelection; }
+  FreqFilterMode filterMode() const { return _filterMode; }
 
   // ---- Main-thread timers ---------------------------------------------------------------
   // The transport's part of the 30 Hz display tick: currentTime from the frame, the

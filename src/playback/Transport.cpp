@@ -112,6 +112,18 @@ void Transport::setMutedSourceChannels(const QList<int>& channels) {
   emit mutedSourceChannelsChanged();
 }
 
+void Transport::setFreqSelection(const OptionalFreqRange& selection) {
+  if (selection == _controller.freqSelection()) return;
+  _controller.setFreqFilter(selection, _controller.filterMode());
+  emit freqSelectionChanged();
+}
+
+void Transport::setFilterMode(FreqFilterMode mode) {
+  if (mode == _controller.filterMode()) return;
+  _controller.setFreqFilter(_controller.freqSelection(), mode);
+  emit filterModeChanged();
+}
+
 void Transport::runDisplayTimer(bool run) {
   if (run) {
     if (!_displayTimer.isActive()) _displayTimer.start();

@@ -16,7 +16,9 @@
 // Properties: isPlaying, currentTime (seconds, as the last tick read it), duration (seconds of
 // the loaded buffer), playbackRate (0.25 ... 2, 1.0), preservePitch (true), selection (seconds;
 // none: the whole file), isLooping, holdsPlayStart, routings (one entry per device output),
-// mutedSourceChannels (file channels left out of the mix; from 64 on they can't be muted).
+// mutedSourceChannels (file channels left out of the mix; from 64 on they can't be muted),
+// freqSelection (Hz, shared with the spectrum view; none: no filter) and filterMode (what the
+// band filter does with it: pass or reject the band).
 //
 // Thread class: main thread.
 #pragma once
@@ -33,6 +35,7 @@ namespace corvane {
 class AudioDeviceManager;
 
 using OptionalPlaybackSelection = std::optional<PlaybackSelection>;
+using OptionalFreqRange = std::optional<FreqRange>;
 
 class Transport : public QObject {
   Q_OBJECT
@@ -47,6 +50,9 @@ class Transport : public QObject {
   Q_PROPERTY(corvane::ChannelRoutings routings READ routings WRITE setRoutings NOTIFY routingsChanged)
   Q_PROPERTY(QList<int> mutedSourceChannels READ mutedSourceChannels WRITE setMutedSourceChannels
                  NOTIFY mutedSourceChannelsChanged)
+  Q_PROPERTY(corvane::OptionalFreqRange freqSelection READ freqSelection WRITE setFreqSelection
+                 NOTIFY freqSelectionChanged)
+  Q_PROPERTY(corvane::FreqFilterMode filterMode READ filterMode WRITE setFilterMode NOTIFY filterModeChanged)
 
  public:
   // Interval of the display timer: 30 ticks a second.
@@ -108,6 +114,11 @@ class Transport : public QObject {
   void setRoutings(const ChannelRoutings& routings);
   const QList<int>& mutedSourceChannels() const { return _mutedSourceChannels; }
   void setMutedSourceChannels(const QList<int>& channels);
+  // Either change redesigns the filter at once, playing or not (applyFreqFilter).
+  const OptionalFreqRange& freqSelection() const { return _controller.freqSelection(); }
+  void setFreqSelection(const OptionalFreqRange& selection);
+  FreqFilterMode filterMode() const { return _controller.filterMode(); }
+  void setFilterMode(FreqFilterMode mode);
 
   bool isDisplayTimerActive() const { return _displayTimer.isActive(); }
   // The final figures of the last pass that stop() closed; none before.
@@ -124,6 +135,8 @@ class Transport : public QObject {
   void holdsPlayStartChanged();
   void routingsChanged();
   void mutedSourceChannelsChanged();
+  void freqSelectionChanged();
+  void filterModeChanged();
   // Each display tick, after the transport's own part: the live meters' turn.
   void displayTicked();
   // A seek broke the live curves.

@@ -233,6 +233,25 @@ void AudioEngine::setWorkGuard(std::shared_ptr<SessionWorkGuard> guard) {
 
 int AudioEngine::ask(const SessionAlert& alert) { return _presenter->present(alert); }
 
+void AudioEngine::presentEditFailure(const QString& text) {
+  if (_onEditFailure) {
+    _onEditFailure(text);
+    return;
+  }
+  ask(SessionAlert{SessionAlert::Style::warning, QStringLiteral("Couldn't apply the edit"), text, {QStringLiteral("OK")}});
+}
+
+void AudioEngine::presentInPlaceWriteRefused() {
+  const QString advice =
+      _settings->corvaneAllowSaveOverwrite()
+          ? QStringLiteral("Save As always writes a new file. To replace the loaded file with the edited audio, use "
+                           "Save (Ctrl+S) instead, or choose a different name or location.")
+          : QStringLiteral("Save As always writes a new file. To save over the loaded file instead, turn on Settings "
+                           "\u2192 Editing \u2192 Allow Save to overwrite the original file, then use Save (Ctrl+S). "
+                           "Otherwise choose a different name or location.");
+  ask(SessionAlert{SessionAlert::Style::warning, QStringLiteral("Cannot overwrite the original file"), advice, {QStringLiteral("OK")}});
+}
+
 // ---- Modes ------------------------------------------------------------------------------------
 
 bool AudioEngine::modeMayTurnOn(Mode mode) {

@@ -216,6 +216,16 @@ class AudioEngine : public QObject {
 
   // ---- Collaborators ------------------------------------------------------------------------
   void setAlertPresenter(std::shared_ptr<AlertPresenter> presenter);
+  // Shows an alert through the installed presenter (subsystem commands use it); the index of
+  // the button pressed, or AlertPresenter::kNoButton.
+  int presentAlert(const SessionAlert& alert) { return ask(alert); }
+  // Where an operation that fails tells the user why: the installed onEditFailure callback if
+  // there is one, else a warning alert headed "Couldn't apply the edit" with the text.
+  void setOnEditFailure(std::function<void(const QString& text)> callback) { _onEditFailure = std::move(callback); }
+  void presentEditFailure(const QString& text);
+  // "Cannot overwrite the original file": a Save As or an export chose the loaded file itself.
+  // The advice depends on whether Save may overwrite the file (corvaneAllowSaveOverwrite).
+  void presentInPlaceWriteRefused();
   void setWorkGuard(std::shared_ptr<SessionWorkGuard> guard);
   // The raw formats remembered per file (the raw import subsystem installs it): asked when a
   // file is loaded or added without a format.
@@ -286,6 +296,7 @@ class AudioEngine : public QObject {
   std::shared_ptr<SessionWorkGuard> _workGuard;
   RawFormatMemory _rawFormatMemory;
   LoadStageHook _loadStageHook;
+  std::function<void(const QString&)> _onEditFailure;
 
   OptionalAudioFileModel _loadedFile;
   SharedAudioBuffer _pcmBuffer;

@@ -3,7 +3,10 @@
 // it came from.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <random>
+#include <set>
+#include <thread>
 
 #include "support/JackPlaybackRig.h"
 #include "support/PlaybackTestSignals.h"
@@ -12,25 +15,6 @@ namespace corvane::test {
 namespace {
 
 using JackTransport = OnJackServer;
-
-// A captured channel as runs of consecutive frames: (first frame, length) in capture order,
-// silence skipped. Fails the test on a sample that is not index-coded for `channel`.
-std::vector<std::pair<std::int64_t, std::int64_t>> runsOf(const std::vector<float>& x, int channel) {
-  std::vector<std::pair<std::int64_t, std::int64_t>> runs;
-  for (float v : x) {
-    const auto frame = frameOfSample(v, channel);
-    if (!frame) {
-      EXPECT_EQ(v, 0.0f) << "a sample that no frame of this channel carries";
-      continue;
-    }
-    if (!runs.empty() && runs.back().first + runs.back().second == *frame) {
-      ++runs.back().second;
-    } else {
-      runs.push_back({*frame, 1});
-    }
-  }
-  return runs;
-}
 
 TEST_F(JackTransport, DoubleSpeedKeepsThePitchOrLetsItFollow) {
   JackPlaybackRig rig;
@@ -230,6 +214,45 @@ TEST_F(JackTransport, HotPlugRefreshesTheListWithoutStoppingPlayback) {
   ASSERT_EQ(runs.size(), 1u);
   EXPECT_EQ(runs[0].first, 0);
   EXPECT_GT(runs[0].second, 48000 / 2);
+}
+
+// Clients come and go while the list is read: a client that stays must be in every read, with
+// its own channel count, and no client twice. (JACK hands a leaving client's port slots to the
+// next one, so ports of different clients interleave in the server's port order.)
+TEST_F(JackTransport, EveryReadListsTheClientsThatStayWhileOthersComeAndGo) {
+  JackCaptureClient steady("cvsteady", 3);
+  std::atomic<bool> done{false};
+  std::thread churn([&] {
+    for (int i = 0; !done.load(); ++i) {
+      try {
+        JackCaptureClient passing("cvpassing" + std::to_string(i % 3), 1 + i % 4);
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      } catch (const std::runtime_error&) {
+        // A busy server may refuse a client now and then; the churn goes on.
+      }
+    }
+  });
+  int reads = 0;
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  while (std::chrono::steady_clock::now() < until) {
+    const AudioDeviceScan scan = scanAudioDevices({AudioBackend::jack}, {});
+    ++reads;
+    int steadyCount = 0;
+    std::set<std::string> ids;
+    for (const auto& d : scan.outputs) {
+      EXPECT_TRUE(ids.insert(d.id).second) << d.id << " listed twice in read " << reads;
+      if (d.name == "cvsteady") {
+        ++steadyCount;
+        EXPECT_EQ(d.outputChannelCount, 3) << "read " << reads;
+      }
+      if (d.name == "system") EXPECT_EQ(d.outputChannelCount, 8) << "read " << reads;
+    }
+    EXPECT_EQ(steadyCount, 1) << "read " << reads;
+    if (::testing::Test::HasFailure()) break;
+  }
+  done.store(true);
+  churn.join();
+  std::printf("[ measured ] %d reads of the device list while clients came and went\n", reads);
 }
 
 TEST_F(JackTransport, ChoosingADeviceWhilePlayingResumesThere) {

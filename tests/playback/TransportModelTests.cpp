@@ -15,27 +15,12 @@
 #include "session/SettingsStore.h"
 #include "support/JackPlaybackRig.h"
 #include "support/PlaybackTestSignals.h"
+#include "support/SessionOnJack.h"
 
 namespace corvane::test {
 namespace {
 
 using TransportModel = OnJackServer;
-
-bool runEventsUntil(const std::function<bool()>& done, double seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return done();
-}
-
-std::optional<AudioOutputDevice> deviceNamed(const AudioDeviceManager& devices, const std::string& name) {
-  for (const auto& device : devices.outputDevices()) {
-    if (device.name == name) return device;
-  }
-  return std::nullopt;
-}
 
 TEST_F(TransportModel, TheDisplayTimerRunsWhilePlayingAndTheEndOfTheFileStopsIt) {
   JackCaptureClient capture("cvcap", 2);
@@ -60,8 +45,8 @@ TEST_F(TransportModel, TheDisplayTimerRunsWhilePlayingAndTheEndOfTheFileStopsIt)
   EXPECT_TRUE(transport.isDisplayTimerActive());
   EXPECT_EQ(playing.count(), 1);
   // Half way, the playhead has moved on from 0 with the ticks.
-  ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 0.2; }, 3.0));
-  ASSERT_TRUE(runEventsUntil([&] { return !transport.isPlaying(); }, 5.0));
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.2; }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return !transport.isPlaying(); }, 5.0));
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   capture.disarm();
 
@@ -78,12 +63,12 @@ TEST_F(TransportModel, TheDisplayTimerRunsWhilePlayingAndTheEndOfTheFileStopsIt)
 
   // Nothing ticks while stopped.
   const auto idle = ticks.count();
-  runEventsUntil([] { return false; }, 0.3);
+  waitUntil([] { return false; }, 0.3);
   EXPECT_EQ(ticks.count(), idle);
 
   // Pause stops the timer too, and keeps the place.
   transport.play();
-  ASSERT_TRUE(runEventsUntil([&] { return transport.currentTime() > 0.1; }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return transport.currentTime() > 0.1; }, 3.0));
   transport.pause();
   EXPECT_FALSE(transport.isDisplayTimerActive());
   EXPECT_FALSE(transport.isPlaying());
@@ -128,11 +113,11 @@ TEST_F(TransportModel, TheDeviceListIsReadAgainEveryTwoSeconds) {
   QSignalSpy changed(&devices, &AudioDeviceManager::outputDevicesChanged);
   QSignalSpy rescans(&devices, &AudioDeviceManager::rescanned);
   auto late = std::make_unique<JackCaptureClient>("cvlate", 3);
-  ASSERT_TRUE(runEventsUntil([&] { return deviceNamed(devices, "cvlate").has_value(); }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return deviceNamed(devices, "cvlate").has_value(); }, 3.0));
   EXPECT_EQ(deviceNamed(devices, "cvlate")->outputChannelCount, 3);
   EXPECT_EQ(changed.count(), 1);
   late.reset();
-  ASSERT_TRUE(runEventsUntil([&] { return !deviceNamed(devices, "cvlate"); }, 3.0));
+  ASSERT_TRUE(waitUntil([&] { return !deviceNamed(devices, "cvlate"); }, 3.0));
   EXPECT_EQ(changed.count(), 2);
   EXPECT_GE(rescans.count(), 2);
 }
@@ -151,7 +136,7 @@ TEST_F(TransportModel, AFileOpenedInTheSessionPlaysThroughTheChosenDevice) {
   AudioEngine engine(options);
   engine.deviceManager().selectDevice(deviceNamed(engine.deviceManager(), "cvcap"));
   engine.openURLs({QUrl::fromLocalFile(QString::fromStdString(path))});
-  ASSERT_TRUE(runEventsUntil([&] { return engine.loadedFile().has_value(); }, 10.0));
+  ASSERT_TRUE(waitUntil([&] { return engine.loadedFile().has_value(); }, 10.0));
 
   // The default routing of a stereo file on six outputs: two live, four placeholders.
   Transport& transport = engine.transport();
@@ -165,7 +150,7 @@ TEST_F(TransportModel, AFileOpenedInTheSessionPlaysThroughTheChosenDevice) {
   }
   capture.arm();
   transport.play();
-  ASSERT_TRUE(runEventsUntil([&] { return !transport.isPlaying(); }, 5.0));
+  ASSERT_TRUE(waitUntil([&] { return !transport.isPlaying(); }, 5.0));
   std::this_thread::sleep_for(std::chrono::milliseconds(60));
   capture.disarm();
   // The tone comes out of the second output only.

@@ -9,13 +9,36 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "core/ChannelOrder.h"
 #include "playback/AudioDeviceCatalog.h"
 #include "playback/PlaybackController.h"
 #include "support/JackTestServer.h"
+#include "support/PlaybackTestSignals.h"
 
 namespace corvane::test {
+
+// A captured index-coded channel as runs of consecutive frames: (first frame, length) in
+// capture order, silence skipped. Fails the test on a sample that is not index-coded for
+// `channel`.
+inline std::vector<std::pair<std::int64_t, std::int64_t>> runsOf(const std::vector<float>& x, int channel) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> runs;
+  for (float v : x) {
+    const auto frame = frameOfSample(v, channel);
+    if (!frame) {
+      EXPECT_EQ(v, 0.0f) << "a sample that no frame of this channel carries";
+      continue;
+    }
+    if (!runs.empty() && runs.back().first + runs.back().second == *frame) {
+      ++runs.back().second;
+    } else {
+      runs.push_back({*frame, 1});
+    }
+  }
+  return runs;
+}
 
 inline const std::string kStreamClientName = "Corvane";
 
