@@ -44,11 +44,11 @@ TransportBar::TransportBar(Transport& transport, CommandTable& commands, QWidget
       b->setText(glyph);
     }
   };
-  symbol("view.skipBack5", QStringLiteral("\u23EA"));
-  symbol("view.stop", QStringLiteral("\u23F9"));
-  symbol("view.skipForward5", QStringLiteral("\u23E9"));
+  symbol("view.skipBack5", QStringLiteral("\u25C0\u25C0"));
+  symbol("view.stop", QStringLiteral("\u25A0"));
+  symbol("view.skipForward5", QStringLiteral("\u25B6\u25B6"));
   if (auto* play = findChild<QToolButton*>(QStringLiteral("button.view.playPause"))) {
-    const auto glyph = [this, play] { play->setText(_transport.isPlaying() ? QStringLiteral("\u23F8") : QStringLiteral("\u25B6")); };
+    const auto glyph = [this, play] { play->setText(_transport.isPlaying() ? QStringLiteral("\u275A\u275A") : QStringLiteral("\u25B6")); };
     connect(play->defaultAction(), &QAction::changed, play, glyph);
     connect(&_transport, &Transport::isPlayingChanged, play, glyph);
     glyph();

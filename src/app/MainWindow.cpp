@@ -1,0 +1,83 @@
+#include "app/MainWindow.h"
+
+#include <QCloseEvent>
+#include <QMenuBar>
+
+#include "app/AppCommands.h"
+#include "app/CommandTable.h"
+#include "app/ContentView.h"
+#include "app/FilePanels.h"
+#include "app/MessageBoxAlertPresenter.h"
+#include "app/NotificationBus.h"
+#include "app/OutputPanel.h"
+#include "app/PresetBar.h"
+#include "playback/RoutingPresets.h"
+#include "session/AudioEngine.h"
+#include "session/SessionTypes.h"
+
+namespace corvane {
+
+MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<MessageBoxAlertPresenter> alerts,
+                       QWidget* parent)
+    : QMainWindow(parent), _engine(engine), _bus(bus), _alerts(std::move(alerts)) {
+  setObjectName(QStringLiteral("corvane-main"));
+  if (_alerts) _alerts->setParent(this);
+  _commands = new CommandTable([this] { return _engine.loadedFile().has_value(); }, this);
+  // The commands come first: the content's tool buttons share their actions.
+  registerAppCommands(*_commands, _engine, _bus,
+                      {.quit = [this] { close(); },
+                       .isInfoPanelShown = [this] { return _content && _content->isInfoPanelShown(); },
+                       .setInfoPanelShown = [this](bool on) {
+                         if (_content) _content->setInfoPanelShown(on);
+                       }});
+  _content = new ContentView(_engine, *_commands, _bus, _alerts, this);
+  setCentralWidget(_content);
+  _commands->buildMenus(menuBar());
+  _presets = std::make_unique<UserPresetStore>(_engine.settings());
+
+  _bus.observe(notification::openFile, this, [this](const QVariant&) { openFilePanel(this, _engine); });
+  _bus.observe(notification::addFilesToCompare, this, [this](const QVariant&) { addFilesToComparePanel(this, _engine); });
+  _bus.observe(notification::showOutputPanel, this, [this](const QVariant&) { showOutputPanel(); });
+
+  connect(&_engine, &AudioEngine::loadedFileChanged, this, &MainWindow::refreshTitle);
+  refreshTitle();
+  resize(kDefaultWidth, kDefaultHeight);
+}
+
+MainWindow::~MainWindow() {
+  delete _outputPanel.data();
+}
+
+QString MainWindow::titleFor(const QString& fileName) {
+  if (fileName.isEmpty()) return QStringLiteral("Corvane");
+  return QStringLiteral("%1 \u2014 Corvane").arg(fileName);
+}
+
+void MainWindow::refreshTitle() {
+  const auto& file = _engine.loadedFile();
+  setWindowTitle(titleFor(file ? QString::fromStdString(file->url.filename().string()) : QString()));
+}
+
+OutputPanel* MainWindow::showOutputPanel() {
+  if (!_outputPanel) {
+    // A window of its own that stays over the main window.
+    _outputPanel = new OutputPanel(_engine, *_presets, std::make_shared<QtUserPresetUI>(this), this);
+    _outputPanel->setWindowFlag(Qt::Window);
+    _outputPanel->setWindowTitle(QStringLiteral("Output"));
+  }
+  _outputPanel->show();
+  _outputPanel->raise();
+  _outputPanel->activateWindow();
+  return _outputPanel;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  if (!_engine.confirmReplaceSession(SessionReplaceAction::quit())) {
+    event->ignore();
+    return;
+  }
+  if (_outputPanel) _outputPanel->close();
+  event->accept();
+}
+
+}  // namespace corvane
