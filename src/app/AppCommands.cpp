@@ -97,7 +97,6 @@ void registerAppCommands(CommandTable& commands, AudioEngine& engine, Notificati
   const auto idle = [session] { return !session->isLoading(); };
   commands.add({.id = QStringLiteral("view.playPause"),
                 .title = QStringLiteral("Play / Pause"),
-                .currentTitle = [&transport] { return transport.isPlaying() ? QStringLiteral("Pause") : QStringLiteral("Play"); },
                 .shortcut = keys(QKeyCombination(Qt::Key_Space)),
                 .menu = view,
                 .group = QStringLiteral("transport"),

@@ -7,21 +7,19 @@
 #include "app/CommandTable.h"
 #include "app/ContentView.h"
 #include "app/FilePanels.h"
-#include "app/MessageBoxAlertPresenter.h"
 #include "app/NotificationBus.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
 #include "playback/RoutingPresets.h"
+#include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
 #include "session/SessionTypes.h"
 
 namespace corvane {
 
-MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<MessageBoxAlertPresenter> alerts,
-                       QWidget* parent)
+MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<AlertPresenter> alerts, QWidget* parent)
     : QMainWindow(parent), _engine(engine), _bus(bus), _alerts(std::move(alerts)) {
   setObjectName(QStringLiteral("corvane-main"));
-  if (_alerts) _alerts->setParent(this);
   _commands = new CommandTable([this] { return _engine.loadedFile().has_value(); }, this);
   // The commands come first: the content's tool buttons share their actions.
   registerAppCommands(*_commands, _engine, _bus,

@@ -5,6 +5,9 @@
 // list tells sessions apart. Closing the window is quitting: the session asks first
 // (confirmReplaceSession with the quit action) and the close is refused when it says no.
 //
+// `alerts` shows the window's own alerts ("Could not open file"); the application passes the
+// session's QMessageBox presenter, parented to this window.
+//
 // Thread class: main thread (a widget).
 #pragma once
 
@@ -17,7 +20,7 @@ namespace corvane {
 class AudioEngine;
 class CommandTable;
 class ContentView;
-class MessageBoxAlertPresenter;
+class AlertPresenter;
 class NotificationBus;
 class OutputPanel;
 class UserPresetStore;
@@ -29,8 +32,7 @@ class MainWindow : public QMainWindow {
   static constexpr int kDefaultWidth = 1280;
   static constexpr int kDefaultHeight = 820;
 
-  MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<MessageBoxAlertPresenter> alerts,
-             QWidget* parent = nullptr);
+  MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<AlertPresenter> alerts, QWidget* parent = nullptr);
   ~MainWindow() override;
 
   CommandTable& commands() const { return *_commands; }
@@ -49,7 +51,7 @@ class MainWindow : public QMainWindow {
 
   AudioEngine& _engine;
   NotificationBus& _bus;
-  std::shared_ptr<MessageBoxAlertPresenter> _alerts;
+  std::shared_ptr<AlertPresenter> _alerts;
   CommandTable* _commands;
   ContentView* _content = nullptr;
   std::unique_ptr<UserPresetStore> _presets;

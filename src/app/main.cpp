@@ -64,6 +64,7 @@ int main(int argc, char** argv) {
 
   corvane::NotificationBus& bus = corvane::NotificationBus::shared();
   corvane::MainWindow window(engine, bus, alerts);
+  alerts->setParent(&window);
   corvane::CommandTable& commands = window.commands();
   corvane::GlobalKeyFilter keys(commands, bus, [&commands] { commands.trigger(QStringLiteral("view.playPause")); });
   keys.setMainWindow(&window);
