@@ -10,6 +10,9 @@
 #include "app/NotificationBus.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
+#include "compare/CompareModel.h"
+#include "displays/ChannelStatsView.h"
+#include "measurement/FileAnalysis.h"
 #include "playback/RoutingPresets.h"
 #include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
@@ -36,6 +39,7 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
   _bus.observe(notification::openFile, this, [this](const QVariant&) { openFilePanel(this, _engine); });
   _bus.observe(notification::addFilesToCompare, this, [this](const QVariant&) { addFilesToComparePanel(this, _engine); });
   _bus.observe(notification::showOutputPanel, this, [this](const QVariant&) { showOutputPanel(); });
+  _bus.observe(notification::showChannelStatsPanel, this, [this](const QVariant&) { showChannelStats(); });
 
   connect(&_engine, &AudioEngine::loadedFileChanged, this, &MainWindow::refreshTitle);
   refreshTitle();
@@ -44,6 +48,7 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
 
 MainWindow::~MainWindow() {
   delete _outputPanel.data();
+  delete _channelStats.data();
 }
 
 QString MainWindow::titleFor(const QString& fileName) {
@@ -69,12 +74,38 @@ OutputPanel* MainWindow::showOutputPanel() {
   return _outputPanel;
 }
 
+ChannelStatsView* MainWindow::showChannelStats() {
+  if (!_channelStats) {
+    _channelStats = new ChannelStatsView(this);
+    _channelStats->setObjectName(QStringLiteral("CorvaneChannelStatsPanel"));
+    _channelStats->setWindowFlag(Qt::Tool);
+    _channelStats->setWindowTitle(QStringLiteral("Channel Statistics"));
+    // The figures land one by one; the table follows each of them.
+    connect(&_engine, &AudioEngine::landed, _channelStats, [this] { refreshChannelStats(); });
+    connect(&_engine, &AudioEngine::loadedFileChanged, _channelStats, [this] { refreshChannelStats(); });
+    connect(&_engine.analysis(), &FileAnalysis::selectionAnalysisChanged, _channelStats, [this] { refreshChannelStats(); });
+    connect(&_engine.analysis(), &FileAnalysis::isAnalysingChanged, _channelStats, [this] { refreshChannelStats(); });
+    connect(&_engine.compare(), &CompareModel::activeSlotIndexChanged, _channelStats, [this] { refreshChannelStats(); });
+  }
+  refreshChannelStats();
+  _channelStats->show();
+  _channelStats->raise();
+  return _channelStats;
+}
+
+void MainWindow::refreshChannelStats() {
+  if (!_channelStats) return;
+  const InfoPanelReadings readings = _content->currentReadings();
+  _channelStats->setData(readings.file, readings.fileMetrics, readings.selectionAnalysis, readings.isAnalysing);
+}
+
 void MainWindow::closeEvent(QCloseEvent* event) {
   if (!_engine.confirmReplaceSession(SessionReplaceAction::quit())) {
     event->ignore();
     return;
   }
   if (_outputPanel) _outputPanel->close();
+  if (_channelStats) _channelStats->close();
   event->accept();
 }
 

@@ -1,5 +1,6 @@
 // MainWindow: the window "Corvane" (1280 × 820): the menus of the command table over
-// ContentView, the file panels, the output panel window, and the quit road.
+// ContentView, the file panels, the output panel and channel statistics windows, and the quit
+// road.
 //
 // The title reads "Corvane" without a file and "<file name> — Corvane" with one, so a window
 // list tells sessions apart. Closing the window is quitting: the session asks first
@@ -18,6 +19,7 @@
 namespace corvane {
 
 class AudioEngine;
+class ChannelStatsView;
 class CommandTable;
 class ContentView;
 class AlertPresenter;
@@ -39,6 +41,9 @@ class MainWindow : public QMainWindow {
   ContentView* content() const { return _content; }
   // The output panel window, made on first use.
   OutputPanel* showOutputPanel();
+  // The channel statistics window ("Channel Statistics"), made on first use; it follows the
+  // session's file, metrics and selection analysis while it exists.
+  ChannelStatsView* showChannelStats();
 
   // "Corvane" or "<file name> — Corvane".
   static QString titleFor(const QString& fileName);
@@ -48,6 +53,7 @@ class MainWindow : public QMainWindow {
 
  private:
   void refreshTitle();
+  void refreshChannelStats();
 
   AudioEngine& _engine;
   NotificationBus& _bus;
@@ -56,6 +62,7 @@ class MainWindow : public QMainWindow {
   ContentView* _content = nullptr;
   std::unique_ptr<UserPresetStore> _presets;
   QPointer<OutputPanel> _outputPanel;
+  QPointer<ChannelStatsView> _channelStats;
 };
 
 }  // namespace corvane
