@@ -306,6 +306,12 @@ void ContentView::onLoadedFileChanged() {
     _lastZoomResetEpoch = _engine.fileLoadEpoch();
     _timeZoom->reset();
   }
+  // The session starts a rebuilt buffer with nothing muted, after it has published the new
+  // picture; the channels the user muted on this file stay muted in what plays, as the
+  // waveform shows them. So they go back once the session's step has run.
+  QTimer::singleShot(0, this, [this] {
+    _engine.transport().setMutedSourceChannels(QList<int>(_mutedWaveformChannels.begin(), _mutedWaveformChannels.end()));
+  });
   _lastChannelCount = channels;
   _waveform->view()->setCurrentTime(_engine.transport().currentTime());
   onSelectionFromTransport();
