@@ -245,6 +245,24 @@ TEST_F(DesktopTest, OpensAFilePlaysItOnKeysAndQuitsWithTheCloseButton) {
   }
   EXPECT_GT(colours.size(), 50) << "the screenshot is nearly blank";
 
+  // A second launch hands its file to the running window and ends; the window opens it.
+  const std::string secondWav = folder.file("second-tone.wav");
+  test::writeWav(secondWav, test::sine(48000.0, 1, 5.0, 880.0, 0.25));
+  QProcess second;
+  second.setProcessEnvironment(env);
+  second.setProcessChannelMode(QProcess::MergedChannels);
+  second.start(QStringLiteral(CORVANE_APP_PATH), {QString::fromStdString(secondWav)});
+  ASSERT_TRUE(second.waitForFinished(15000)) << "the second launch did not end";
+  EXPECT_EQ(second.exitCode(), 0) << second.readAll().toStdString();
+  EXPECT_TRUE(waitFor(
+      [&] {
+        return tool(display, QStringLiteral("xdotool"), {QStringLiteral("getwindowname"), window}) ==
+               QStringLiteral("second-tone.wav \u2014 Corvane");
+      },
+      20s))
+      << "the running window did not open the handed-over file";
+  EXPECT_EQ(app.state(), QProcess::Running);
+
   // The close button: openbox draws it at the right end of the frame's title bar.
   const QString parent = tool(display, QStringLiteral("xwininfo"), {QStringLiteral("-id"), window, QStringLiteral("-tree")});
   const QRegularExpressionMatch parentId = QRegularExpression(QStringLiteral("Parent window id: (0x[0-9a-f]+)")).match(parent);
