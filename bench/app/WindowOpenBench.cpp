@@ -25,6 +25,7 @@
 #include <optional>
 #include <string>
 
+#include "HourFile.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/NotificationBus.h"
@@ -39,15 +40,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using corvane::bench::runShell;
 
 double seconds(Clock::time_point from) { return std::chrono::duration<double>(Clock::now() - from).count(); }
-
-void runShell(const std::string& command) {
-  if (std::system(command.c_str()) != 0) {
-    std::fprintf(stderr, "failed: %s\n", command.c_str());
-    std::exit(1);
-  }
-}
 
 struct OpenTimes {
   double playable = 0.0;      // the decoded landing
@@ -106,22 +101,8 @@ int main(int argc, char** argv) {
   // Speech detection has a benchmark of its own; its stage lands at once without the model.
   ::setenv("CORVANE_SILERO_VAD_MODEL", "/nonexistent/silero_vad.onnx", 1);
   QApplication app(argc, argv);
-  fs::path folder = fs::temp_directory_path() / "corvane-bench";
-  int runs = 2;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else {
-      folder = argv[i];
-    }
-  }
-  fs::create_directories(folder);
-  const fs::path wav = folder / "hour-48k-24bit.wav";
-  const std::uintmax_t wavBytes = 3600ull * 48000 * 2 * 3 + 44;
-  if (!fs::exists(wav) || fs::file_size(wav) < wavBytes) {
-    std::printf("making %s (one hour of pink noise and a tone)...\n", wav.c_str());
-    runShell("sox -R -V1 -n -r 48000 -c 2 -b 24 '" + wav.string() + "' synth 3600 pinknoise sine 1000 vol 0.5");
-  }
+  const auto [folder, runs] = corvane::bench::parseBenchArguments(argc, argv, 2);
+  const fs::path wav = corvane::bench::ensureHourWav(folder);
   runShell("cat '" + wav.string() + "' > /dev/null");
   std::printf("\n%s: %.2f GB, 1 h of 48 kHz stereo 24-bit; window 1280x820 on '%s'; best of %d runs\n\n",
               wav.filename().c_str(), static_cast<double>(fs::file_size(wav)) / 1e9, std::getenv("QT_QPA_PLATFORM"), runs);
