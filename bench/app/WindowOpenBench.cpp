@@ -130,7 +130,7 @@ int main(int argc, char** argv) {
               best.drawn, 1000.0 * (best.drawn - best.playable));
   std::printf("open command to the waveform redrawn from the pyramid         %7.3f s\n", best.pyramidDrawn);
   std::printf("open command to the metrics landing (info panel filled)       %7.3f s\n", best.metrics);
-  std::printf("ffmpeg showwavespic 1280x820 of the same file (reference)     %7.3f s  (corvane %.2fx faster to a drawn waveform)\n",
+  std::printf("ffmpeg showwavespic 1280x820 of the same file (reference)     %7.3f s  (ffmpeg / corvane to a drawn waveform: %.2f)\n",
               ffmpeg, ffmpeg / best.drawn);
   return 0;
 }
