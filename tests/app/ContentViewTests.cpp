@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include "SessionTestSupport.h"
+#include "app/CommandTable.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/NotificationBus.h"
@@ -155,6 +156,37 @@ TEST_F(ContentViewTest, TheOverlayCoversTheLoadAndDropsOpenFiles) {
   ASSERT_TRUE(engine->loadedFile().has_value());
   EXPECT_EQ(engine->loadedFile()->url.filename(), std::filesystem::path("dropped.wav"));
   EXPECT_EQ(window->windowTitle(), QStringLiteral("dropped.wav \u2014 Corvane"));
+}
+
+}  // namespace
+}  // namespace corvane
+
+namespace corvane {
+namespace {
+
+// Closing the window is quitting: unsaved edits are asked about, and the window stays unless
+// the user lets them go; the Quit command takes the same road.
+TEST_F(ContentViewTest, ClosingTheWindowAsksAboutUnsavedEditsFirst) {
+  auto work = std::make_shared<test::FakeWork>();
+  engine->setWorkGuard(work);
+  loadAndWait(writeFile("edited.wav", test::sine(48000.0, 2, 2.0, 440.0, 0.5)));
+  work->dirty = true;
+
+  EXPECT_FALSE(window->close());  // the alert closed without an answer: cancel
+  EXPECT_TRUE(window->isVisible());
+  ASSERT_EQ(user->seen.size(), 1u);
+  EXPECT_EQ(user->seen[0].buttons, (QStringList{QStringLiteral("Save\u2026"), QStringLiteral("Quit Without Saving"),
+                                                QStringLiteral("Cancel")}));
+
+  user->answers = {2};  // Cancel, by the Quit command
+  EXPECT_TRUE(window->commands().trigger(QStringLiteral("file.quit")));
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(user->seen.size(), 2u);
+
+  user->answers = {1};  // Quit Without Saving
+  EXPECT_TRUE(window->close());
+  EXPECT_FALSE(window->isVisible());
+  EXPECT_EQ(work->exports, 0);
 }
 
 }  // namespace
