@@ -21,6 +21,7 @@
 #include "app/NotificationBus.h"
 #include "displays/WaveformSection.h"
 #include "playback/Transport.h"
+#include "session/RecentDocumentsTracker.h"
 
 namespace corvane {
 namespace {
@@ -226,6 +227,33 @@ TEST_F(CommandTableTest, KeysOfDisabledCommandsDoNothingAndEnabledOnesAct) {
   // The keypad's Enter and a shifted symbol arrive in their plain form.
   EXPECT_EQ(CommandTable::normalise(Qt::SHIFT | Qt::Key_BraceRight), QKeyCombination(Qt::Key_BraceRight));
   EXPECT_EQ(CommandTable::normalise(QKeyCombination(Qt::Key_Enter)), QKeyCombination(Qt::Key_Return));
+}
+
+// Open Recent lists the files opened (by the panel, a hand-over or the command line), newest
+// first, and opens one; Clear Menu empties it.
+TEST_F(CommandTableTest, OpenRecentListsOpensAndClears) {
+  const std::string first = writeFile("first.wav", test::sine(48000.0, 1, 1.0, 440.0, 0.5));
+  const std::string second = writeFile("second.wav", test::sine(48000.0, 1, 1.0, 440.0, 0.5));
+  for (const std::string& path : {first, second}) {
+    engine->openURLs({url(path)});
+    ASSERT_TRUE(waitUntil([&] { return !engine->isLoading() && engine->loadedFile() && engine->loadedFile()->url == path; }));
+  }
+  QMenu* recent = commands->action(QStringLiteral("file.openRecent"))->menu();
+  ASSERT_NE(recent, nullptr);
+  emit recent->aboutToShow();
+  QStringList items;
+  for (QAction* item : recent->actions()) items << (item->isSeparator() ? QStringLiteral("--") : item->text());
+  EXPECT_EQ(items, (QStringList{QString::fromStdString(second), QString::fromStdString(first), "--", "Clear Menu"}));
+
+  recent->actions()[1]->trigger();
+  ASSERT_TRUE(waitUntil([&] { return !engine->isLoading() && engine->loadedFile() && engine->loadedFile()->url == first; }));
+
+  emit recent->aboutToShow();
+  recent->actions().back()->trigger();
+  EXPECT_TRUE(engine->recentDocuments().paths().isEmpty());
+  emit recent->aboutToShow();
+  ASSERT_EQ(recent->actions().size(), 2);  // the divider and a disabled Clear Menu
+  EXPECT_FALSE(recent->actions().back()->isEnabled());
 }
 
 // L toggles the loop, except in a mode that gives it a meaning of its own (the spectral
