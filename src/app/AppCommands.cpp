@@ -42,6 +42,7 @@ void registerAppCommands(CommandTable& commands, AudioEngine& engine, Notificati
                        {QStringLiteral("transport"), QStringLiteral("rate"), QStringLiteral("skip"), QStringLiteral("loop"),
                         QStringLiteral("selection"), QStringLiteral("panels"), QStringLiteral("focus")});
   commands.declareMenu(window, QStringLiteral("&Window"), {QStringLiteral("panels")});
+  commands.declareMenu(help, QStringLiteral("&Help"), {QStringLiteral("about")});
 
   Transport& transport = engine.transport();
   AudioEngine* session = &engine;
@@ -236,6 +237,15 @@ void registerAppCommands(CommandTable& commands, AudioEngine& engine, Notificati
                 .menu = window,
                 .group = QStringLiteral("panels"),
                 .trigger = [notices] { notices->post(notification::showOutputPanel); }});
+
+  // ---- Help ----
+  if (hooks.about) {
+    commands.add({.id = QStringLiteral("help.about"),
+                  .title = QStringLiteral("About Corvane"),
+                  .menu = help,
+                  .group = QStringLiteral("about"),
+                  .trigger = hooks.about});
+  }
 
   // Enablement follows the session.
   commands.refreshWhen(&engine, &AudioEngine::loadedFileChanged);

@@ -1,6 +1,8 @@
 #include "app/MainWindow.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QMessageBox>
 #include <QMenuBar>
 
 #include "app/AppCommands.h"
@@ -30,7 +32,8 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
                        .isInfoPanelShown = [this] { return _content && _content->isInfoPanelShown(); },
                        .setInfoPanelShown = [this](bool on) {
                          if (_content) _content->setInfoPanelShown(on);
-                       }});
+                       },
+                       .about = [this] { showAbout(); }});
   _content = new ContentView(_engine, *_commands, _bus, _alerts, this);
   setCentralWidget(_content);
   _commands->buildMenus(menuBar());
@@ -97,6 +100,14 @@ void MainWindow::refreshChannelStats() {
   if (!_channelStats) return;
   const InfoPanelReadings readings = _content->currentReadings();
   _channelStats->setData(readings.file, readings.fileMetrics, readings.selectionAnalysis, readings.isAnalysing);
+}
+
+void MainWindow::showAbout() {
+  QMessageBox::about(this, QStringLiteral("About Corvane"),
+                     QStringLiteral("<b>Corvane %1</b><p>Audio inspection and repair: loudness to ITU-R BS.1770 and EBU R128, "
+                                    "true peak, dynamics and speech-gated loudness, playback through a routable channel "
+                                    "matrix.</p><p>Free software under the GNU General Public License, version 3 or later.</p>")
+                         .arg(QApplication::applicationVersion()));
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -54,6 +54,7 @@ class MainWindow : public QMainWindow {
  private:
   void refreshTitle();
   void refreshChannelStats();
+  void showAbout();
 
   AudioEngine& _engine;
   NotificationBus& _bus;

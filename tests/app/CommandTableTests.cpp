@@ -70,6 +70,7 @@ const std::vector<Expected> kExpected = {
     {"view.focusStereoWidth", "Focus Stereo Width", "Meta+Alt+5", false},
     {"view.focusChapterRibbon", "Focus Chapter Ribbon", "Meta+Alt+6", false},
     {"window.outputPanel", "Output Panel", "Ctrl+Alt+O", false},
+    {"help.about", "About Corvane", "", false},
 };
 
 class CommandTableTest : public test::SessionTest {
@@ -78,7 +79,7 @@ class CommandTableTest : public test::SessionTest {
     SessionTest::SetUp();
     engine = makeEngine();
     commands = std::make_unique<CommandTable>([this] { return engine->loadedFile().has_value(); });
-    registerAppCommands(*commands, *engine, bus, {.quit = [this] { ++quits; }});
+    registerAppCommands(*commands, *engine, bus, {.quit = [this] { ++quits; }, .about = [this] { ++abouts; }});
   }
   void TearDown() override {
     commands.reset();
@@ -99,6 +100,7 @@ class CommandTableTest : public test::SessionTest {
   std::unique_ptr<AudioEngine> engine;
   std::unique_ptr<CommandTable> commands;
   int quits = 0;
+  int abouts = 0;
 };
 
 TEST_F(CommandTableTest, EveryCommandHasItsTitleKeyAndMenuText) {
@@ -126,7 +128,9 @@ TEST_F(CommandTableTest, EveryCommandHasItsTitleKeyAndMenuText) {
   commands->buildMenus(&bar);
   QStringList menus;
   for (QAction* menu : bar.actions()) menus << menu->text();
-  EXPECT_EQ(menus, (QStringList{"&File", "&View", "&Window"}));
+  EXPECT_EQ(menus, (QStringList{"&File", "&View", "&Window", "&Help"}));
+  bar.actions()[3]->menu()->actions()[0]->trigger();
+  EXPECT_EQ(abouts, 1);
   QStringList file;
   for (QAction* item : bar.actions()[0]->menu()->actions()) file << (item->isSeparator() ? QStringLiteral("--") : item->iconText());
   EXPECT_EQ(file, (QStringList{"Open Audio File\u2026", "Open Recent", "Add Files to Compare\u2026", "--",
