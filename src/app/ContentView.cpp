@@ -24,6 +24,7 @@
 #include "displays/WaveformSection.h"
 #include "measurement/FileAnalysis.h"
 #include "measurement/LiveMeters.h"
+#include "measurement/LoudnessTargets.h"
 #include "playback/Transport.h"
 #include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
@@ -171,7 +172,6 @@ ContentView::ContentView(AudioEngine& engine, CommandTable& commands, Notificati
   // ---- The info panel ----
   connect(&_engine, &AudioEngine::landed, this, &ContentView::scheduleInfoRefresh);
   connect(&transport, &Transport::isPlayingChanged, this, &ContentView::scheduleInfoRefresh);
-  connect(&transport, &Transport::finalLoudnessPublished, this, &ContentView::scheduleInfoRefresh);
   connect(&_engine.meters(), &LiveMeters::channelRMSChanged, this, &ContentView::scheduleInfoRefresh);
   connect(&_engine.analysis(), &FileAnalysis::selectionAnalysisChanged, this, &ContentView::scheduleInfoRefresh);
   connect(&_engine.analysis(), &FileAnalysis::isAnalysingChanged, this, &ContentView::scheduleInfoRefresh);
@@ -182,11 +182,25 @@ ContentView::ContentView(AudioEngine& engine, CommandTable& commands, Notificati
   connect(_info, &InfoPanel::loudnessDisplayModeChosen, this, &ContentView::setLoudnessDisplayMode);
   connect(_info, &InfoPanel::channelStatsRequested, this, [this] { _bus.post(notification::showChannelStatsPanel); });
   connect(_info->targetsView(), &LoudnessTargetsView::modeChosen, this, [this](LoudnessTargetMode mode) {
-    LoudnessTargetSelection selection = _engine.settings().loudnessTargetSelection();
+    LoudnessTargets& targets = _engine.analysis().targets();
+    LoudnessTargetSelection selection = targets.loudnessTargetSelection();
     selection.setMode(mode);
-    _engine.settings().setLoudnessTargetSelection(selection);
-    scheduleInfoRefresh();
+    targets.setLoudnessTargetSelection(selection);
   });
+  // The live meters' read-outs (the final figures of a pass stay in them after a stop) and the
+  // targets model's choices.
+  const LiveMeters* meters = &_engine.meters();
+  for (auto signal : {&LiveMeters::outputChannelRMSChanged, &LiveMeters::momentaryLUFSChanged, &LiveMeters::shortTermLUFSChanged,
+                      &LiveMeters::integratedLUFSChanged, &LiveMeters::loudnessRangeChanged, &LiveMeters::truePeakDBChanged,
+                      &LiveMeters::speechGatedLUFSChanged, &LiveMeters::speechPercentageChanged,
+                      &LiveMeters::speechGatedNoiseFloorDBRMSChanged, &LiveMeters::liveMaxShortTermLUFSChanged}) {
+    connect(meters, signal, this, &ContentView::scheduleInfoRefresh);
+  }
+  const LoudnessTargets* targets = &_engine.analysis().targets();
+  for (auto signal : {&LoudnessTargets::loudnessTargetSelectionChanged, &LoudnessTargets::loudnessDisplayModeChanged,
+                      &LoudnessTargets::loudnessTargetMatchChanged}) {
+    connect(targets, signal, this, &ContentView::scheduleInfoRefresh);
+  }
 
   // ---- Notices of the View menu ----
   _bus.observe(notification::clearSelection, this, [this](const QVariant&) { _engine.transport().setSelection(std::nullopt); });
@@ -385,13 +399,9 @@ void ContentView::setMonitorMode(MonitorMode mode) {
   scheduleInfoRefresh();
 }
 
-LoudnessDisplayMode ContentView::loudnessDisplayMode() const { return _engine.settings().loudnessDisplayMode(); }
+LoudnessDisplayMode ContentView::loudnessDisplayMode() const { return _engine.analysis().targets().loudnessDisplayMode(); }
 
-void ContentView::setLoudnessDisplayMode(LoudnessDisplayMode mode) {
-  if (mode == loudnessDisplayMode()) return;
-  _engine.settings().setLoudnessDisplayMode(mode);
-  scheduleInfoRefresh();
-}
+void ContentView::setLoudnessDisplayMode(LoudnessDisplayMode mode) { _engine.analysis().targets().setLoudnessDisplayMode(mode); }
 
 InfoPanelReadings ContentView::currentReadings() const {
   InfoPanelReadings r;
@@ -399,15 +409,19 @@ InfoPanelReadings ContentView::currentReadings() const {
   const Transport& transport = _engine.transport();
   const LiveMeters& meters = _engine.meters();
   r.channelRMS = meters.channelRMS();
+  r.outputChannelRMS = meters.outputChannelRMS();
+  r.outputChannelCount = meters.outputChannelCount();
   r.isPlaying = transport.isPlaying();
   r.monitorMode = _monitorMode;
-  if (const auto& final = transport.finalLoudness()) {
-    r.integratedLUFS = static_cast<float>(final->integratedLUFS);
-    r.truePeakDB = static_cast<float>(final->truePeakDB);
-    r.speechGatedLUFS = static_cast<float>(final->speechGatedLUFS);
-    r.speechPercentage = static_cast<float>(final->speechPercentage);
-    r.speechGatedNoiseFloorDBRMS = static_cast<float>(final->speechGatedNoiseFloorDBRMS);
-  }
+  r.momentaryLUFS = meters.momentaryLUFS();
+  r.shortTermLUFS = meters.shortTermLUFS();
+  r.integratedLUFS = meters.integratedLUFS();
+  r.loudnessRange = meters.loudnessRange();
+  r.truePeakDB = meters.truePeakDB();
+  r.speechGatedLUFS = meters.speechGatedLUFS();
+  r.speechPercentage = meters.speechPercentage();
+  r.speechGatedNoiseFloorDBRMS = meters.speechGatedNoiseFloorDBRMS();
+  r.maxShortTermLUFS = meters.liveMaxShortTermLUFS();
   r.samplePeakDB = _engine.analysis().fileSamplePeakDB();
   r.selectionAnalysis = _engine.analysis().selectionAnalysis();
   r.fileMetrics = _engine.compare().activeSlotMetrics();
@@ -429,26 +443,12 @@ void ContentView::scheduleInfoRefresh() {
 void ContentView::refreshInfoPanel() {
   const InfoPanelReadings readings = currentReadings();
   _info->setReadings(readings);
-  const LoudnessTargetSelection selection = _engine.settings().loudnessTargetSelection();
+  // The targets are judged by the session's targets model, from the same readings.
+  const LoudnessTargets& model = _engine.analysis().targets();
   LoudnessTargetsView* targets = _info->targetsView();
-  targets->setMode(selection.mode());
-  targets->setTargets(selection.activeTargets());
-  const DisplayLoudness d = displayLoudness(readings);
-  LoudnessMeasurement measurement;
-  measurement.integratedLUFS = d.integratedLUFS;
-  measurement.dialogGatedLUFS = d.dialogGatedLUFS;
-  measurement.truePeakDBTP = d.truePeakDB;
-  measurement.maxShortTermLUFS = d.maxShortTermLUFS;
-  measurement.speechGatedNoiseFloorDBRMS = d.noiseFloorDBRMS;
-  if (_engine.dialogue().fileSpeechHistory()) measurement.speechPercentage = d.speechPercentage;
-  if (readings.loudnessDisplayMode == LoudnessDisplayMode::offline) {
-    if (const auto* selected = readings.selectionAnalysis.get()) {
-      measurement.rmsDBFS = LoudnessMeasurement::programRMSDBFS(selected->rmsDB);
-    } else if (readings.fileMetrics) {
-      measurement.rmsDBFS = LoudnessMeasurement::programRMSDBFS(readings.fileMetrics->channelRMSDB);
-    }
-  }
-  targets->setMeasurement(measurement);
+  targets->setMode(model.loudnessTargetSelection().mode());
+  targets->setTargets(model.loudnessTargetSelection().activeTargets());
+  targets->setMeasurement(model.measurement());
 }
 
 // ---- Drops and geometry -----------------------------------------------------------------------

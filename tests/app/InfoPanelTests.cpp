@@ -155,13 +155,28 @@ TEST_F(InfoPanelTest, ShowsTheLiveFiguresOfAPassOfPlayback) {
     played += kBlock / kRate;
     if (i % 16 == 0) QCoreApplication::processEvents();
   }
-  transport.stop();
-  ASSERT_TRUE(waitUntil([&] { return std::isfinite(parse(text("loudness.Integrated.I"))); }, 10.0));
-  EXPECT_EQ(rowLabels(), liveRows);
-
   test::Planar heard = tone;
   for (auto& channel : heard.channels) channel.resize(static_cast<std::size_t>(played * kRate));
   const test::OracleResult oracle = test::ebur128Measure(heard);
+
+  // While it plays: the display ticks bring the momentary and short-term loudness (a steady
+  // tone: the oracle's last windows) and each channel's level (a sine's RMS is its peak / √2:
+  // −9.0 and −15.1 dB).
+  ASSERT_TRUE(transport.isPlaying());
+  ASSERT_TRUE(waitUntil([&] { return std::isfinite(parse(text("loudness.Momentary.M"))) &&
+                                     std::isfinite(parse(text("loudness.Short-term.S"))); }, 10.0));
+  EXPECT_TRUE(kOneDecimal.match(text("loudness.Momentary.M")).hasMatch());
+  EXPECT_NEAR(parse(text("loudness.Momentary.M")), oracle.momentary, 0.11);
+  EXPECT_NEAR(parse(text("loudness.Short-term.S")), oracle.shortTerm, 0.11);
+  ASSERT_TRUE(waitUntil([&] { return text("channel.1.value") != QStringLiteral("\u2014"); }, 10.0));
+  EXPECT_EQ(text("channels.title"), QStringLiteral("Channels"));
+  EXPECT_EQ(text("channel.0.label"), QStringLiteral("L"));
+  EXPECT_EQ(text("channel.0.value"), QStringLiteral("-9.0 dB"));
+  EXPECT_EQ(text("channel.1.value"), QStringLiteral("-15.1 dB"));
+
+  transport.stop();
+  ASSERT_TRUE(waitUntil([&] { return std::isfinite(parse(text("loudness.Integrated.I"))); }, 10.0));
+  EXPECT_EQ(rowLabels(), liveRows);
   const QString integrated = text("loudness.Integrated.I");
   EXPECT_TRUE(kOneDecimal.match(integrated).hasMatch()) << integrated.toStdString();
   EXPECT_NEAR(parse(integrated), oracle.integrated, 0.051);
