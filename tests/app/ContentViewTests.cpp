@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QTest>
 
-#include "SessionTestSupport.h"
+#include "WindowTest.h"
 #include "app/CommandTable.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
@@ -20,22 +20,8 @@ namespace {
 
 using test::waitUntil;
 
-class ContentViewTest : public test::SessionTest {
+class ContentViewTest : public test::WindowTest {
  protected:
-  void SetUp() override {
-    SessionTest::SetUp();
-    engine = makeEngine();
-    window = std::make_unique<MainWindow>(*engine, bus, user);
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-    content = window->content();
-  }
-  void TearDown() override {
-    window.reset();
-    engine.reset();
-    SessionTest::TearDown();
-  }
-
   void loadAndWait(const std::string& path) {
     engine->loadFile(url(path));
     ASSERT_TRUE(waitUntil([&] { return !engine->isLoading() && engine->loadedFile().has_value(); }));
@@ -46,11 +32,6 @@ class ContentViewTest : public test::SessionTest {
     for (ContentPanel panel : kAllContentPanels) flags.push_back(content->panels().isShown(panel));
     return flags;
   }
-
-  NotificationBus bus;
-  std::unique_ptr<AudioEngine> engine;
-  std::unique_ptr<MainWindow> window;
-  ContentView* content = nullptr;
 };
 
 TEST_F(ContentViewTest, FocusShowsOnePanelAndTheSameCommandShowsAllAgain) {

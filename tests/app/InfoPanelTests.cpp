@@ -9,7 +9,7 @@
 #include <QTest>
 #include <cmath>
 
-#include "SessionTestSupport.h"
+#include "WindowTest.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/NotificationBus.h"
@@ -39,21 +39,8 @@ double parse(const QString& text) {
   return ok ? value : std::nan("");
 }
 
-class InfoPanelTest : public test::SessionTest {
+class InfoPanelTest : public test::WindowTest {
  protected:
-  void SetUp() override {
-    SessionTest::SetUp();
-    engine = makeEngine();
-    window = std::make_unique<MainWindow>(*engine, bus, user);
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-  }
-  void TearDown() override {
-    window.reset();
-    engine.reset();
-    SessionTest::TearDown();
-  }
-
   void load(const test::Planar& signal) {
     test::LandingLog log(*engine);
     engine->loadFile(url(writeFile("two-level.wav", signal)));
@@ -69,10 +56,6 @@ class InfoPanelTest : public test::SessionTest {
     for (const LUFSRow& row : loudnessSection(window->content()->currentReadings()).rows) labels.emplace_back(row.label, row.sublabel);
     return labels;
   }
-
-  NotificationBus bus;
-  std::unique_ptr<AudioEngine> engine;
-  std::unique_ptr<MainWindow> window;
 };
 
 const QRegularExpression kOneDecimal(QStringLiteral("^-?\\d+\\.\\d$"));

@@ -9,7 +9,7 @@
 #include <QTest>
 #include <QToolButton>
 
-#include "SessionTestSupport.h"
+#include "WindowTest.h"
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/NotificationBus.h"
@@ -21,27 +21,15 @@ namespace {
 
 using test::waitUntil;
 
-class TransportBarTest : public test::SessionTest {
+class TransportBarTest : public test::WindowTest {
  protected:
   void SetUp() override {
-    SessionTest::SetUp();
-    engine = makeEngine();
-    window = std::make_unique<MainWindow>(*engine, bus, user);
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    WindowTest::SetUp();
     bar = window->content()->transportBar();
-  }
-  void TearDown() override {
-    window.reset();
-    engine.reset();
-    SessionTest::TearDown();
   }
   QToolButton* button(const char* name) const { return bar->findChild<QToolButton*>(QString::fromLatin1(name)); }
   QString time() const { return bar->findChild<QLabel*>(QStringLiteral("transport.time"))->text(); }
 
-  NotificationBus bus;
-  std::unique_ptr<AudioEngine> engine;
-  std::unique_ptr<MainWindow> window;
   TransportBar* bar = nullptr;
 };
 
