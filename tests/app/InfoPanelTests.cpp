@@ -69,7 +69,7 @@ TEST_F(InfoPanelTest, ShowsTheFileAndItsOfflineFigures) {
   EXPECT_EQ(text("file.Sample Rate"), QStringLiteral("48.0 kHz"));
   EXPECT_EQ(text("file.Channels"), QStringLiteral("2 (Stereo)"));
   EXPECT_EQ(text("file.Encoding"), QStringLiteral("32-bit float"));
-  // 10 s of two float channels and a 44-byte header: 3,840,044 bytes.
+  // 10 s of two float channels (3,840,000 bytes) and a header of a few dozen: 3.66 MiB.
   EXPECT_EQ(text("file.Size"), QStringLiteral("3.7 MB"));
 
   window->content()->setLoudnessDisplayMode(LoudnessDisplayMode::offline);
