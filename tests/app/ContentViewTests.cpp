@@ -3,7 +3,11 @@
 // that can't be opened, the loading overlay, and the drop rule. A real session on real files.
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QFile>
+#include <QFileDialog>
+#include <QLabel>
+#include <QTimer>
 #include <QTest>
 
 #include "WindowTest.h"
@@ -168,6 +172,38 @@ TEST_F(ContentViewTest, ClosingTheWindowAsksAboutUnsavedEditsFirst) {
   EXPECT_TRUE(window->close());
   EXPECT_FALSE(window->isVisible());
   EXPECT_EQ(work->exports, 0);
+}
+
+}  // namespace
+}  // namespace corvane
+
+namespace corvane {
+namespace {
+
+// Ctrl+O: the open panel with its title, message and filters (any file may be picked: a file
+// the decoders can't read goes on to the raw road), and the file picked opens.
+TEST_F(ContentViewTest, TheOpenCommandAsksForAFileAndOpensIt) {
+  const std::string path = writeFile("picked.wav", test::sine(48000.0, 1, 1.0, 440.0, 0.5));
+  QString title, filters, message;
+  QTimer::singleShot(0, [&] {
+    ASSERT_TRUE(waitUntil([] { return qobject_cast<QFileDialog*>(QApplication::activeModalWidget()) != nullptr; }, 10.0));
+    auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+    title = dialog->windowTitle();
+    filters = dialog->nameFilters().join(QLatin1Char('|'));
+    for (QLabel* label : dialog->findChildren<QLabel*>()) {
+      if (label->wordWrap()) message = label->text();
+    }
+    dialog->selectFile(QString::fromStdString(path));
+    QMetaObject::invokeMethod(dialog, "accept");
+  });
+  ASSERT_TRUE(window->commands().dispatch(Qt::CTRL | Qt::Key_O));
+  EXPECT_EQ(title, QStringLiteral("Open Audio File"));
+  EXPECT_TRUE(filters.startsWith(QStringLiteral("Audio files (*.wav "))) << filters.toStdString();
+  EXPECT_TRUE(filters.contains(QStringLiteral("*.flac")));
+  EXPECT_TRUE(filters.endsWith(QStringLiteral("|All files (*)")));
+  EXPECT_TRUE(message.startsWith(QStringLiteral("Pick one file to analyse, or several to load directly into Compare")));
+  ASSERT_TRUE(waitUntil([&] { return engine->loadedFile() && !engine->isLoading(); }));
+  EXPECT_EQ(engine->loadedFile()->url, std::filesystem::path(path));
 }
 
 }  // namespace
