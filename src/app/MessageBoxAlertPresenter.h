@@ -2,8 +2,9 @@
 //
 // The message is the box's bold text, the informative text the line under it, and the buttons
 // stand in reading order with the first as the default (Return) button. The answer is the index
-// of the button pressed; closing the box with Escape or the window's close button answers
-// AlertPresenter::kNoButton, which every question takes as its cautious answer.
+// of the button pressed. Escape presses "Cancel" where the alert has one; a box closed any
+// other way answers AlertPresenter::kNoButton, which every question takes as its cautious
+// answer.
 //
 // Thread class: main thread; present() runs a nested event loop.
 #pragma once
