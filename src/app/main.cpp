@@ -35,18 +35,42 @@ QList<QUrl> urlsFromArguments(const QStringList& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The command line is read before the window system is reached, so --help and --version
+  // work anywhere, and a launch without a display says so instead of aborting.
+  QStringList arguments;
+  for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
+  QCommandLineParser parser;
+  parser.setApplicationDescription(QStringLiteral("Corvane: audio inspection and repair"));
+  const QCommandLineOption help = parser.addHelpOption();
+  const QCommandLineOption version = parser.addVersionOption();
+  parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Audio files to open (the first is analysed, the rest compared)"),
+                               QStringLiteral("[FILE...]"));
+  if (!parser.parse(arguments)) {
+    std::fprintf(stderr, "%s\n", parser.errorText().toLocal8Bit().constData());
+    return 2;
+  }
+  if (parser.isSet(help)) {
+    // Without an application object Qt can't name the program; it is this one.
+    QString text = parser.helpText();
+    text.replace(QStringLiteral("<executable_name>"), QStringLiteral("corvane-app"));
+    std::printf("%s", text.toLocal8Bit().constData());
+    return 0;
+  }
+  if (parser.isSet(version)) {
+    std::printf("corvane-app %s\n", CORVANE_VERSION);
+    return 0;
+  }
+  if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+      qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    std::fprintf(stderr, "[App] no display to open the window on (DISPLAY and WAYLAND_DISPLAY are unset); "
+                         "'corvane measure FILE' measures files without one\n");
+    return 1;
+  }
+
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Corvane"));
   QApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
   QApplication::setDesktopFileName(QStringLiteral("corvane-app"));
-
-  QCommandLineParser parser;
-  parser.setApplicationDescription(QStringLiteral("Corvane: audio inspection and repair"));
-  parser.addHelpOption();
-  parser.addVersionOption();
-  parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Audio files to open (the first is analysed, the rest compared)"),
-                               QStringLiteral("[FILE...]"));
-  parser.process(app);
   const QList<QUrl> urls = urlsFromArguments(parser.positionalArguments());
 
   // One window per user: a running one takes the files and this launch ends.
