@@ -285,3 +285,32 @@ TEST_F(DesktopTest, OpensAFilePlaysItOnKeysAndQuitsWithTheCloseButton) {
 
 }  // namespace
 }  // namespace corvane
+
+namespace corvane {
+namespace {
+
+// Without a display the program says what to use instead, and its command line works anywhere.
+TEST(DesktopProgram, WithoutADisplayItSaysSoAndItsOptionsStillWork) {
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) env.remove(QString::fromLatin1(name));
+  const auto run = [&](const QStringList& arguments, int& status) {
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(CORVANE_APP_PATH), arguments);
+    EXPECT_TRUE(process.waitForFinished(10000));
+    status = process.exitCode();
+    return QString::fromLocal8Bit(process.readAllStandardOutput() + process.readAllStandardError());
+  };
+  int status = 0;
+  const QString noDisplay = run({QStringLiteral("some.wav")}, status);
+  EXPECT_EQ(status, 1);
+  EXPECT_TRUE(noDisplay.contains(QStringLiteral("no display"))) << noDisplay.toStdString();
+  EXPECT_TRUE(noDisplay.contains(QStringLiteral("corvane measure")));
+  EXPECT_TRUE(run({QStringLiteral("--help")}, status).startsWith(QStringLiteral("Usage: corvane-app [options] [FILE...]")));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(run({QStringLiteral("--bogus")}, status).trimmed(), QStringLiteral("Unknown option 'bogus'."));
+  EXPECT_EQ(status, 2);
+}
+
+}  // namespace
+}  // namespace corvane
