@@ -19,8 +19,13 @@
 #include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
 #include "session/SessionTypes.h"
+#include "session/SettingsStore.h"
 
 namespace corvane {
+
+namespace {
+constexpr const char* kChannelStatsFrameKey = "windowFrame.CorvaneChannelStatsPanel.v2";
+}  // namespace
 
 MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_ptr<AlertPresenter> alerts, QWidget* parent)
     : QMainWindow(parent), _engine(engine), _bus(bus), _alerts(std::move(alerts)) {
@@ -83,6 +88,10 @@ ChannelStatsView* MainWindow::showChannelStats() {
     _channelStats->setObjectName(QStringLiteral("CorvaneChannelStatsPanel"));
     _channelStats->setWindowFlag(Qt::Tool);
     _channelStats->setWindowTitle(QStringLiteral("Channel Statistics"));
+    // The panel comes back where the user left it.
+    const QString frame = _engine.settings().readString(kChannelStatsFrameKey, QString());
+    if (!frame.isEmpty()) _channelStats->restoreGeometry(QByteArray::fromBase64(frame.toLatin1()));
+    _channelStats->installEventFilter(this);
     // The figures land one by one; the table follows each of them.
     connect(&_engine, &AudioEngine::landed, _channelStats, [this] { refreshChannelStats(); });
     connect(&_engine, &AudioEngine::loadedFileChanged, _channelStats, [this] { refreshChannelStats(); });
@@ -94,6 +103,13 @@ ChannelStatsView* MainWindow::showChannelStats() {
   _channelStats->show();
   _channelStats->raise();
   return _channelStats;
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == _channelStats && event->type() == QEvent::Hide) {
+    _engine.settings().writeString(kChannelStatsFrameKey, QString::fromLatin1(_channelStats->saveGeometry().toBase64()));
+  }
+  return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::refreshChannelStats() {

@@ -187,3 +187,26 @@ TEST(ChannelStatRowText, DashForAMissingDRAndCountsAndSignsAsTheyAre) {
 
 }  // namespace
 }  // namespace corvane
+
+namespace corvane {
+namespace {
+
+// The statistics window comes back at the size and place the user left it, in a later session.
+TEST_F(InfoPanelTest, TheStatisticsWindowKeepsItsFrame) {
+  ChannelStatsView* stats = window->showChannelStats();
+  stats->setGeometry(120, 90, 610, 260);
+  QCoreApplication::processEvents();
+  stats->close();
+
+  window.reset();
+  window = std::make_unique<MainWindow>(*engine, bus, user);
+  window->show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+  stats = window->showChannelStats();
+  EXPECT_EQ(stats->size(), QSize(610, 260));
+  // The place, up to the frame the platform draws around the window.
+  EXPECT_LE((stats->pos() - QPoint(120, 90)).manhattanLength(), 8);
+}
+
+}  // namespace
+}  // namespace corvane
