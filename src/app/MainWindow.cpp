@@ -41,6 +41,7 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
                        .about = [this] { showAbout(); }});
   _content = new ContentView(_engine, *_commands, _bus, _alerts, this);
   setCentralWidget(_content);
+  _commands->refresh();  // the info panel's check mark, now that the panel exists
   _commands->buildMenus(menuBar());
   _presets = std::make_unique<UserPresetStore>(_engine.settings());
 

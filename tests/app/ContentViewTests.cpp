@@ -59,6 +59,16 @@ TEST_F(ContentViewTest, FocusShowsOnePanelAndTheSameCommandShowsAllAgain) {
   bus.post(notification::focusWaveform);
   EXPECT_EQ(shown(), all);
 
+  // Show Info Panel carries the sidebar's state from the start, and hides and shows it.
+  QAction* info = window->commands().action(QStringLiteral("view.infoPanel"));
+  ASSERT_TRUE(content->isInfoPanelShown());
+  EXPECT_TRUE(info->isChecked());
+  window->commands().trigger(QStringLiteral("view.infoPanel"));
+  EXPECT_FALSE(content->isInfoPanelShown());
+  EXPECT_FALSE(info->isChecked());
+  window->commands().trigger(QStringLiteral("view.infoPanel"));
+  EXPECT_TRUE(content->isInfoPanelShown());
+
   // A toggle flips its own panel only; the chapter ribbon's focus notice has its own name.
   bus.post(notification::toggleStereoWidth);
   EXPECT_EQ(shown(), (std::vector<bool>{true, true, true, true, false, true}));
