@@ -22,12 +22,14 @@
 #include <string>
 #include <vector>
 
+#include "HourFile.h"
 #include "headless/files/AudioFileModel.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using corvane::bench::runShell;
 
 double timeBest(int runs, const std::function<void()>& work) {
   double best = 1e30;
@@ -37,13 +39,6 @@ double timeBest(int runs, const std::function<void()>& work) {
     best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
   }
   return best;
-}
-
-void runShell(const std::string& command) {
-  if (std::system(command.c_str()) != 0) {
-    std::fprintf(stderr, "failed: %s\n", command.c_str());
-    std::exit(1);
-  }
 }
 
 std::vector<char> readWhole(const fs::path& file) {
@@ -84,23 +79,9 @@ void report(const char* name, double seconds, double fileBytes, double anchor, c
 }  // namespace
 
 int main(int argc, char** argv) {
-  fs::path folder = fs::temp_directory_path() / "corvane-bench";
-  int runs = 3;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else {
-      folder = argv[i];
-    }
-  }
-  fs::create_directories(folder);
-  const fs::path wav = folder / "hour-48k-24bit.wav";
+  const auto [folder, runs] = corvane::bench::parseBenchArguments(argc, argv, 3);
+  const fs::path wav = corvane::bench::ensureHourWav(folder);
   const fs::path flac = folder / "hour-48k-24bit.flac";
-  const std::uintmax_t wavBytes = 3600ull * 48000 * 2 * 3 + 44;
-  if (!fs::exists(wav) || fs::file_size(wav) < wavBytes) {
-    std::printf("making %s (one hour of pink noise and a tone)...\n", wav.c_str());
-    runShell("sox -R -V1 -n -r 48000 -c 2 -b 24 '" + wav.string() + "' synth 3600 pinknoise sine 1000 vol 0.5");
-  }
   if (!fs::exists(flac)) {
     std::printf("making %s...\n", flac.c_str());
     runShell("sox -V1 '" + wav.string() + "' '" + flac.string() + "'");

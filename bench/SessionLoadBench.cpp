@@ -28,6 +28,7 @@
 #include <optional>
 #include <string>
 
+#include "HourFile.h"
 #include "core/AudioBuffer.h"
 #include "session/AudioEngine.h"
 #include "session/BackgroundWork.h"
@@ -37,6 +38,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using corvane::bench::runShell;
 
 double seconds(Clock::time_point from) { return std::chrono::duration<double>(Clock::now() - from).count(); }
 
@@ -48,13 +50,6 @@ double timeBest(int runs, const std::function<void()>& work) {
     best = std::min(best, seconds(start));
   }
   return best;
-}
-
-void runShell(const std::string& command) {
-  if (std::system(command.c_str()) != 0) {
-    std::fprintf(stderr, "failed: %s\n", command.c_str());
-    std::exit(1);
-  }
 }
 
 struct SessionTimes {
@@ -92,22 +87,8 @@ int main(int argc, char** argv) {
   // The session's speech stage finds no model and lands at once (see the header).
   ::setenv("CORVANE_SILERO_VAD_MODEL", "/nonexistent/silero_vad.onnx", 1);
   QCoreApplication app(argc, argv);
-  fs::path folder = fs::temp_directory_path() / "corvane-bench";
-  int runs = 2;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else {
-      folder = argv[i];
-    }
-  }
-  fs::create_directories(folder);
-  const fs::path wav = folder / "hour-48k-24bit.wav";
-  const std::uintmax_t wavBytes = 3600ull * 48000 * 2 * 3 + 44;
-  if (!fs::exists(wav) || fs::file_size(wav) < wavBytes) {
-    std::printf("making %s (one hour of pink noise and a tone)...\n", wav.c_str());
-    runShell("sox -R -V1 -n -r 48000 -c 2 -b 24 '" + wav.string() + "' synth 3600 pinknoise sine 1000 vol 0.5");
-  }
+  const auto [folder, runs] = corvane::bench::parseBenchArguments(argc, argv, 2);
+  const fs::path wav = corvane::bench::ensureHourWav(folder);
   runShell("cat '" + wav.string() + "' > /dev/null");
   std::printf("\n%s: %.2f GB, 1 h of 48 kHz stereo 24-bit; best of %d runs\n\n", wav.filename().c_str(),
               static_cast<double>(fs::file_size(wav)) / 1e9, runs);

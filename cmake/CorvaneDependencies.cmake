@@ -27,7 +27,7 @@ find_package(ONNX REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 
 if(CORVANE_BUILD_APP)
-  find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Test DBus)
+  find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Network Test DBus)
 endif()
 
 if(CORVANE_BUILD_TESTS)

@@ -27,6 +27,11 @@ struct DisplayPalette {
   static QColor selectionEdge() { return QColor(0x8c, 0xb8, 0xff); }
   static QColor chapterBoundary() { return QColor(0xff, 0xcc, 0x33); }
   static QColor dialogueRegion() { return QColor(0x5f, 0xe0, 0xc0, 0x30); }
+  static QColor speechRange() { return QColor(0x5f, 0xe0, 0xc0, 0x22); }
+  // Momentary (0), short-term (1) and true-peak (2) threshold breaks.
+  static QColor violation(int kind) {
+    return kind == 0 ? QColor(0xf0, 0x99, 0x3a) : kind == 1 ? QColor(0xee, 0x5a, 0x5a) : QColor(0xff, 0x3b, 0x30);
+  }
 };
 
 }  // namespace corvane

@@ -137,6 +137,22 @@ void WaveformView::setDialogueRegions(std::vector<DialogueRegion> regions, bool 
   update();
 }
 
+void WaveformView::setSpeechRanges(std::vector<SecondsRange> ranges, QColor colour, bool visible) {
+  if (ranges == _speechRanges && colour == _speechRangeColour && visible == _showSpeechRanges) return;
+  _speechRanges = std::move(ranges);
+  _speechRangeColour = colour;
+  _showSpeechRanges = visible;
+  update();
+}
+
+void WaveformView::setViolationRanges(std::vector<SecondsRange> momentary, std::vector<SecondsRange> shortTerm,
+                                      std::vector<SecondsRange> truePeak) {
+  _violations[0] = std::move(momentary);
+  _violations[1] = std::move(shortTerm);
+  _violations[2] = std::move(truePeak);
+  update();
+}
+
 TimeAxis WaveformView::timeAxis() const {
   TimeAxis axis;
   axis.duration = _source ? _source->duration() : 0.0;
@@ -356,6 +372,22 @@ void WaveformView::drawOverlays(QPainter& painter, const TimeAxis& axis) {
   const int lanesTop = kRulerHeight;
   const int lanesHeight = height() - kRulerHeight;
   const int columns = width();
+  if (_showSpeechRanges) {
+    for (const SecondsRange& range : _speechRanges) {
+      if (const auto span = columnsCovering(axis.xForTime(range.lower), axis.xForTime(range.upper), columns)) {
+        painter.fillRect(QRect(span->first, lanesTop, span->last - span->first + 1, lanesHeight), _speechRangeColour);
+      }
+    }
+  }
+  // Momentary, short-term and true-peak breaks, one row of marks each along the top of the lanes.
+  for (int kind = 0; kind < 3; ++kind) {
+    for (const SecondsRange& range : _violations[kind]) {
+      if (const auto span = columnsCovering(axis.xForTime(range.lower), axis.xForTime(range.upper), columns)) {
+        painter.fillRect(QRect(span->first, lanesTop + 3 * kind, span->last - span->first + 1, 3),
+                         DisplayPalette::violation(kind));
+      }
+    }
+  }
   if (_isDialogueModeActive) {
     for (const DialogueRegion& region : _dialogueRegions) {
       if (const auto span = columnsCovering(axis.xForTime(region.start), axis.xForTime(region.end), columns)) {

@@ -20,6 +20,7 @@
 // Thread class: main thread (a widget).
 #pragma once
 
+#include <QColor>
 #include <QImage>
 #include <QWidget>
 
@@ -80,6 +81,11 @@ class WaveformView : public QWidget {
   void setChapterBoundaries(std::vector<double> times, bool draggable);
   // Dialogue regions; they are drawn and take gestures only while `dialogueModeActive`.
   void setDialogueRegions(std::vector<DialogueRegion> regions, bool dialogueModeActive);
+  // Stretches of detected speech, tinted over the lanes in `colour` while `visible`.
+  void setSpeechRanges(std::vector<SecondsRange> ranges, QColor colour, bool visible);
+  // Where the loudness breaks its thresholds: marks along the top of the lanes.
+  void setViolationRanges(std::vector<SecondsRange> momentary, std::vector<SecondsRange> shortTerm,
+                          std::vector<SecondsRange> truePeak);
 
   // The mapping of this view now (its width, the shared zoom and scroll, the source's length).
   TimeAxis timeAxis() const;
@@ -159,6 +165,10 @@ class WaveformView : public QWidget {
   bool _chapterBoundaryDraggable = false;
   std::vector<DialogueRegion> _dialogueRegions;
   bool _isDialogueModeActive = false;
+  std::vector<SecondsRange> _speechRanges;
+  QColor _speechRangeColour;
+  bool _showSpeechRanges = false;
+  std::vector<SecondsRange> _violations[3];
 
   WaveformGestures _gestures;
   bool _pressed = false;
