@@ -12,6 +12,7 @@
 #include "playback/Transport.h"
 #include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
+#include "session/SettingsStore.h"
 
 namespace corvane {
 
@@ -199,6 +200,18 @@ void EditEngine::discardSessionEdits() {
                            {QStringLiteral("Discard"), QStringLiteral("Cancel")}};
   if (_engine.presentAlert(alert) != 0) return;
   _engine.loadFile(QUrl::fromLocalFile(QString::fromStdString(_engine.loadedFile()->url.string())));
+}
+
+void EditEngine::presentInPlaceWriteRefused() {
+  const QString text =
+      _engine.settings().corvaneAllowSaveOverwrite()
+          ? QStringLiteral("Save As always writes a new file. To replace the loaded file with the edited audio, use "
+                           "Save (Ctrl+S) instead, or choose a different name or location.")
+          : QStringLiteral("Save As always writes a new file. To save over the loaded file instead, turn on Settings "
+                           "→ Editing → Allow Save to overwrite the original file, then use Save (Ctrl+S). Otherwise "
+                           "choose a different name or location.");
+  _engine.presentAlert(SessionAlert{SessionAlert::Style::warning, QStringLiteral("Cannot overwrite the original file"),
+                                    text, {QStringLiteral("OK")}});
 }
 
 // ---- Confirmation -------------------------------------------------------------------------------

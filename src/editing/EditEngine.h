@@ -156,6 +156,9 @@ class EditEngine : public QObject, public SessionWorkGuard {
   // For tests: the confirmation's time on screen.
   void setConfirmationIntervalForTesting(int milliseconds) { _confirmationTimer.setInterval(milliseconds); }
 
+  // The alert when an export would write over the loaded file.
+  void presentInPlaceWriteRefused();
+
   // ---- SessionWorkGuard -----------------------------------------------------------------------
   bool hasUnsavedEdits() const override { return _isDirty; }
 
