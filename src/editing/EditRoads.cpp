@@ -1,13 +1,10 @@
 // The four roads of an edit, and the two ways the session catches up with it.
 #include <QPointer>
-#include <atomic>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <new>
 #include <system_error>
-#include <thread>
 
 #include "compare/CompareModel.h"
 #include "compare/CompareSlot.h"
@@ -65,18 +62,9 @@ bool EditEngine::pauseForEdit() {
 }
 
 void EditEngine::waitForRenderToLeave() {
-  // pause() has cleared the playing flag; a callback that enters from now on renders silence
-  // and reads no sample. One that entered before may still be copying samples out of the
-  // buffer, so the in-place write waits for it to leave (the epoch is odd while it runs).
-  std::atomic_thread_fence(std::memory_order_seq_cst);
-  const RenderEpoch& epoch = _engine.transport().mirrors().renderEpoch;
-  const std::uint64_t seen = epoch.observe();
-  if (seen % 2 == 0) return;
-  // A callback lasts one device period; the bound only guards against a wedged driver thread.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while (epoch.observe() == seen && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
-  }
+  // pause() has cleared the playing flag; a callback that entered before may still be copying
+  // samples out of the buffer, so the in-place write waits for it to leave.
+  _engine.transport().controller().waitForRenderToLeave();
 }
 
 void EditEngine::resumePlayback() { _engine.transport().play(); }
