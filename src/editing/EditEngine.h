@@ -159,8 +159,30 @@ class EditEngine : public QObject, public SessionWorkGuard {
   // The alert when an export would write over the loaded file.
   void presentInPlaceWriteRefused();
 
+  // ---- Saving (EditSave.cpp) -------------------------------------------------------------------
+  // Save As asks where through this; the app installs its save panel. Without one, Save As
+  // does nothing.
+  struct SaveRequest {
+    QString title;                    // "Save Edited Audio"
+    std::string proposedName;         // "<stem>_edited.<extension>"
+    std::string extension;            // the only type offered: "wav" or "caf"
+    std::filesystem::path directory;  // the loaded file's folder
+  };
+  using SaveLocationChooser = std::function<std::optional<std::filesystem::path>(const SaveRequest& request)>;
+  void setSaveLocationChooser(SaveLocationChooser chooser) { _chooseSaveLocation = std::move(chooser); }
+  // Leaves edit mode (the effect chain's question joins here with its subsystem).
+  void requestExitEditMode();
+
   // ---- SessionWorkGuard -----------------------------------------------------------------------
   bool hasUnsavedEdits() const override { return _isDirty; }
+  // Why Save can't write over the loaded file; none when it can.
+  std::optional<QString> inPlaceSaveBlocker() const override;
+  QString sessionPromptSaveTitle() const override;
+  // Save: over the loaded file, keeping its format (with the setting and the confirmation);
+  // else Save As.
+  void saveEditedBufferInPlace() override;
+  // Save As: a new file; the session is then bound to it and the history is gone.
+  void exportEditedBuffer() override;
 
  signals:
   void isDirtyChanged();
@@ -193,7 +215,11 @@ class EditEngine : public QObject, public SessionWorkGuard {
   // Compare slot 0, when there are slots, becomes the edited file with nothing measured.
   void rebuildReferenceSlot(const AudioFileModel& model, const SharedAudioBuffer& buffer);
 
+  // After a save: the model bound to `model`, slot 0 rebuilt, the history gone.
+  void bindSavedFile(AudioFileModel model);
+
   AudioEngine& _engine;
+  SaveLocationChooser _chooseSaveLocation;
   std::vector<Snapshot> _undoStack;
   std::vector<Snapshot> _redoStack;
   bool _isDirty = false;

@@ -206,6 +206,8 @@ void AudioEngine::setEditedFile(AudioFileModel model, SharedAudioBuffer buffer) 
 
 int AudioEngine::ask(const SessionAlert& alert) { return _presenter->present(alert); }
 
+bool AudioEngine::alertSuppressionChecked() const { return _presenter->suppressionChecked(); }
+
 // ---- Modes ------------------------------------------------------------------------------------
 
 bool AudioEngine::modeMayTurnOn(Mode mode) {

@@ -226,6 +226,8 @@ class AudioEngine : public QObject {
   void setWorkGuard(std::shared_ptr<SessionWorkGuard> guard);
   // Shows a question through the installed presenter; the index of the button pressed.
   int presentAlert(const SessionAlert& alert) { return ask(alert); }
+  // Whether the last alert's suppression check box was ticked.
+  bool alertSuppressionChecked() const;
   // The raw formats remembered per file (the raw import subsystem installs it): asked when a
   // file is loaded or added without a format.
   using RawFormatMemory = std::function<std::optional<RawPCMFormat>(const std::filesystem::path&)>;
