@@ -182,6 +182,23 @@ bool EditCommands::isEnabled(EditMenuCommand command) const {
 
 // ---- Commands on frames -----------------------------------------------------------------------
 
+bool EditCommands::rebuildFits() const {
+  const SharedAudioBuffer& buffer = _engine.pcmBuffer();
+  return AudioLoadLimits::rebuildEditFits(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()));
+}
+
+bool EditCommands::passesFactorTest(FrameCount frames, int factor) const {
+  return Ops::passesFactorTest(Ops::decodedBytes(frames, _engine.pcmBuffer()->channelCount()), factor);
+}
+
+void EditCommands::rebuild(bool inMemory, const WholeFileRebuild& road) {
+  if (inMemory) {
+    edits().applyEdit(road.confirmation, road.operation);
+  } else {
+    edits().applyStreamingRebuild(road.tag, road.failMessage, road.confirmation, road.write);
+  }
+}
+
 void EditCommands::applyTrim(FrameCount startFrame, FrameCount endFrame) {
   const SharedAudioBuffer buffer = _engine.pcmBuffer();
   if (!buffer) return;
@@ -189,17 +206,12 @@ void EditCommands::applyTrim(FrameCount startFrame, FrameCount endFrame) {
   startFrame = std::clamp<FrameCount>(startFrame, 0, total);
   endFrame = std::clamp<FrameCount>(endFrame, 0, total);
   if (startFrame >= endFrame) return;
-  if (AudioLoadLimits::rebuildEditFits(Ops::decodedBytes(total, buffer->channelCount()))) {
-    edits().applyEdit(std::nullopt, [=](const ChannelData& d, double rate) {
-      return Ops::trim(d, startFrame, endFrame, rate);
-    });
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kTrimTag, QStringLiteral("Couldn't trim this file"), std::nullopt,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeTrimmedWAV(source, startFrame, endFrame, to,
-                                                              Ops::kStreamingChunkFrames);
-                                });
+  rebuild(rebuildFits(),
+          {std::nullopt, [=](const ChannelData& d, double rate) { return Ops::trim(d, startFrame, endFrame, rate); },
+           Ops::kTrimTag, QStringLiteral("Couldn't trim this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeTrimmedWAV(source, startFrame, endFrame, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyCutRange(FrameCount startFrame, FrameCount endFrame, FrameCount crossfadeFrames) {
@@ -213,36 +225,35 @@ void EditCommands::applyCutRange(FrameCount startFrame, FrameCount endFrame, Fra
   const QString confirmation =
       QStringLiteral("Cut ") + format("%.2f", static_cast<double>(endFrame - startFrame) / buffer->sampleRate()) +
       QStringLiteral("s");
-  if (AudioLoadLimits::rebuildEditFits(Ops::decodedBytes(total, buffer->channelCount()))) {
-    edits().applyEdit(confirmation, [=](const ChannelData& d, double rate) {
-      return Ops::cutRange(d, startFrame, endFrame, crossfadeFrames, rate);
-    });
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kCutTag, QStringLiteral("Couldn't cut this file"), confirmation,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeCutWAV(source, startFrame, endFrame, crossfadeFrames, to,
-                                                          Ops::kStreamingChunkFrames);
-                                });
+  rebuild(rebuildFits(), {confirmation,
+                          [=](const ChannelData& d, double rate) {
+                            return Ops::cutRange(d, startFrame, endFrame, crossfadeFrames, rate);
+                          },
+                          Ops::kCutTag, QStringLiteral("Couldn't cut this file"),
+                          [=](EditSource& source, const std::filesystem::path& to) {
+                            return Ops::writeCutWAV(source, startFrame, endFrame, crossfadeFrames, to,
+                                                    Ops::kStreamingChunkFrames);
+                          }});
 }
 
 void EditCommands::applyAddSilence(FrameCount startFrame, FrameCount endFrame, Ops::SilenceMode mode,
                                    FrameCount durationFrames) {
   const SharedAudioBuffer buffer = _engine.pcmBuffer();
   if (!buffer) return;
+  // The test is on the result: the current frames plus what is inserted.
   const FrameCount total = buffer->frameLength();
-  const FrameCount resultFrames = mode == Ops::SilenceMode::replace ? total : total + std::max<FrameCount>(0, durationFrames);
-  if (Ops::passesFactorTest(Ops::decodedBytes(resultFrames, buffer->channelCount()), kFactorPeak)) {
-    edits().applyEdit(std::nullopt, [=](const ChannelData& d, double rate) {
-      return Ops::addSilence(d, startFrame, endFrame, mode, durationFrames, rate);
-    });
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kSilenceTag, QStringLiteral("Couldn't add silence to this file"), std::nullopt,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeSilenceWAV(source, startFrame, endFrame, mode, durationFrames, to,
-                                                              Ops::kStreamingChunkFrames);
-                                });
+  const FrameCount resultFrames =
+      mode == Ops::SilenceMode::replace ? total : total + std::max<FrameCount>(0, durationFrames);
+  rebuild(passesFactorTest(resultFrames, kFactorPeak),
+          {std::nullopt,
+           [=](const ChannelData& d, double rate) {
+             return Ops::addSilence(d, startFrame, endFrame, mode, durationFrames, rate);
+           },
+           Ops::kSilenceTag, QStringLiteral("Couldn't add silence to this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeSilenceWAV(source, startFrame, endFrame, mode, durationFrames, to,
+                                         Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::addSilenceAtPlayhead(FrameCount durationFrames) {
@@ -264,17 +275,12 @@ void EditCommands::applyNormalizeLUFS(double targetLUFS, double ceilingDB, std::
                            operation);
     return;
   }
-  const QString confirmation =
-      QString::asprintf("Normalized to %.1f LUFS, peak-limited at %.1f dBTP", targetLUFS, ceilingDB);
-  if (Ops::passesFactorTest(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()), kFactorLoudness)) {
-    edits().applyEdit(confirmation, operation);
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kNormalizeTag, QStringLiteral("Couldn't normalize this file"), confirmation,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeNormalizedWAV(source, targetLUFS, ceilingDB, to,
-                                                                 Ops::kStreamingChunkFrames);
-                                });
+  rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
+          {QString::asprintf("Normalized to %.1f LUFS, peak-limited at %.1f dBTP", targetLUFS, ceilingDB), operation,
+           Ops::kNormalizeTag, QStringLiteral("Couldn't normalize this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeNormalizedWAV(source, targetLUFS, ceilingDB, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyNormalizePeak(double targetDB, std::optional<FrameRange> range) {
@@ -286,15 +292,12 @@ void EditCommands::applyNormalizePeak(double targetDB, std::optional<FrameRange>
                            operation);
     return;
   }
-  const QString confirmation = format("Peak-normalized to %.1f dBFS", targetDB);
-  if (Ops::passesFactorTest(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()), kFactorPeak)) {
-    edits().applyEdit(confirmation, operation);
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kPeakNormalizeTag, QStringLiteral("Couldn't normalize this file"), confirmation,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writePeakNormalizedWAV(source, targetDB, to, Ops::kStreamingChunkFrames);
-                                });
+  rebuild(passesFactorTest(buffer->frameLength(), kFactorPeak),
+          {format("Peak-normalized to %.1f dBFS", targetDB), operation, Ops::kPeakNormalizeTag,
+           QStringLiteral("Couldn't normalize this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writePeakNormalizedWAV(source, targetDB, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyLimitTP(double ceilingDBTP, std::optional<FrameRange> range) {
@@ -306,31 +309,24 @@ void EditCommands::applyLimitTP(double ceilingDBTP, std::optional<FrameRange> ra
                            operation);
     return;
   }
-  const QString confirmation = format("Limited true peak to %.1f dBTP", ceilingDBTP);
-  if (Ops::passesFactorTest(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()), kFactorLoudness)) {
-    edits().applyEdit(confirmation, operation);
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kLimitTag, QStringLiteral("Couldn't limit this file"), confirmation,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeLimitedWAV(source, ceilingDBTP, to, Ops::kStreamingChunkFrames);
-                                });
+  rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
+          {format("Limited true peak to %.1f dBTP", ceilingDBTP), operation, Ops::kLimitTag,
+           QStringLiteral("Couldn't limit this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeLimitedWAV(source, ceilingDBTP, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyNormalizeByGain(double gainDB, double ceilingDB, const std::optional<QString>& confirmation) {
   const SharedAudioBuffer buffer = _engine.pcmBuffer();
   if (!buffer) return;
-  if (Ops::passesFactorTest(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()), kFactorLoudness)) {
-    edits().applyEdit(confirmation, [=](const ChannelData& d, double rate) {
-      return Ops::normalizeByGain(d, gainDB, ceilingDB, rate);
-    });
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kGainNormalizeTag, QStringLiteral("Couldn't normalize this file"), confirmation,
-                                [=](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeGainLimitedWAV(source, gainDB, ceilingDB, to,
-                                                                  Ops::kStreamingChunkFrames);
-                                });
+  rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
+          {confirmation,
+           [=](const ChannelData& d, double rate) { return Ops::normalizeByGain(d, gainDB, ceilingDB, rate); },
+           Ops::kGainNormalizeTag, QStringLiteral("Couldn't normalize this file"),
+           [=](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeGainLimitedWAV(source, gainDB, ceilingDB, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyNormalizeToDialogGated(double targetLUFS, double ceilingDB) {
@@ -344,14 +340,12 @@ void EditCommands::applyNormalizeToDialogGated(double targetLUFS, double ceiling
 void EditCommands::applyChannelSwap() {
   const SharedAudioBuffer buffer = _engine.pcmBuffer();
   if (!buffer) return;
-  if (Ops::passesFactorTest(Ops::decodedBytes(buffer->frameLength(), buffer->channelCount()), kFactorPeak)) {
-    edits().applyEdit(std::nullopt, [](const ChannelData& d, double rate) { return Ops::swapChannels(d, rate); });
-    return;
-  }
-  edits().applyStreamingRebuild(Ops::kSwapTag, QStringLiteral("Couldn't swap channels on this file"), std::nullopt,
-                                [](EditSource& source, const std::filesystem::path& to) {
-                                  return Ops::writeChannelSwappedWAV(source, to, Ops::kStreamingChunkFrames);
-                                });
+  rebuild(passesFactorTest(buffer->frameLength(), kFactorPeak),
+          {std::nullopt, [](const ChannelData& d, double rate) { return Ops::swapChannels(d, rate); }, Ops::kSwapTag,
+           QStringLiteral("Couldn't swap channels on this file"),
+           [](EditSource& source, const std::filesystem::path& to) {
+             return Ops::writeChannelSwappedWAV(source, to, Ops::kStreamingChunkFrames);
+           }});
 }
 
 void EditCommands::applyDialogueLeveling(double reductionDB, std::optional<double> targetLUFS,

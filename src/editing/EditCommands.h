@@ -22,16 +22,17 @@
 #include <QString>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "core/AudioBuffer.h"
+#include "editing/EditEngine.h"
 #include "headless/edits/EditOperations.h"
 
 namespace corvane {
 
 class AudioEngine;
-class EditEngine;
 
 enum class SilenceUnit { seconds, samples };
 enum class SilenceAnchor { replaceSelection, beforeSelection, afterSelection, fileStart, fileEnd, insertAtPlayhead };
@@ -152,6 +153,19 @@ class EditCommands {
   std::vector<std::string> monoFileNames() const;
 
  private:
+  // A whole-file rebuild by either road.
+  struct WholeFileRebuild {
+    std::optional<QString> confirmation;
+    EditEngine::RebuildOperation operation;  // in memory
+    std::string_view tag;                    // streaming: the temporary file's tag
+    QString failMessage;
+    EditEngine::StreamingWrite write;
+  };
+  void rebuild(bool inMemory, const WholeFileRebuild& road);
+  // The fit test on the live buffer, and the factor test on `frames` of its channels.
+  bool rebuildFits() const;
+  bool passesFactorTest(FrameCount frames, int factor) const;
+
   EditEngine& edits() const;
   bool hasSelection() const;
   std::optional<FrameRange> scopedRange() const;

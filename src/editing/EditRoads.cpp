@@ -132,11 +132,12 @@ void EditEngine::applyStreamingRebuild(std::string_view tempName, const QString&
     // The entry is made once the result is complete, before it is read back: a read-back that
     // fails leaves an entry whose undo restores the same audio.
     recordEdit(*old, oldModel);
-    AudioFileModel::Loaded loaded = AudioFileModel::load(destination);
+    // Decoded alone: the model is made once, from the old one, with one scan for peaks.
+    SharedAudioBuffer result = AudioFileModel::decode(destination);
     removeQuietly(destination);
-    AudioFileModel model = AudioFileModel::fromBuffer(loaded.buffer, oldModel);
-    const bool lengthChanged = loaded.buffer->frameLength() != old->frameLength();
-    swapEditedBuffer(std::move(loaded.buffer), std::move(model), lengthChanged);
+    AudioFileModel model = AudioFileModel::fromBuffer(result, oldModel);
+    const bool lengthChanged = result->frameLength() != old->frameLength();
+    swapEditedBuffer(std::move(result), std::move(model), lengthChanged);
     setIsDirty(true);
     if (confirmation) confirm(*confirmation);
   } catch (const std::exception& e) {

@@ -131,8 +131,10 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
       _analysis(new FileAnalysis(this)),
       _compare(new CompareModel(this)),
       _dialogue(new DialogueModel(this)),
-      _editEngine((EditEngine::purgeStaleSnapshots(), new EditEngine(*this, this))),
+      _editEngine(new EditEngine(*this, this)),
       _presenter(options.presenter ? std::move(options.presenter) : std::make_shared<LoggingAlertPresenter>()) {
+  // Snapshots of earlier runs (a crash leaves them behind) go before any edit can exist.
+  EditEngine::purgeStaleSnapshots();
   setWorkGuard(nullptr);
   if (options.manualOutput) _transport->setManualOutput(options.manualOutput);
   connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::clearLiveCurves);

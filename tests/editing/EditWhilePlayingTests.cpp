@@ -43,6 +43,14 @@ bool runEventsUntil(const std::function<bool()>& done, double seconds) {
   return done();
 }
 
+// A constant level on both channels: every sample tells by its sign which side of an inversion
+// it is from.
+Planar levelSignal(double seconds) {
+  Planar signal(48000.0, 2, static_cast<FrameCount>(48000 * seconds));
+  for (auto& channel : signal.channels) std::fill(channel.begin(), channel.end(), kLevel);
+  return signal;
+}
+
 std::unique_ptr<AudioEngine> sessionOnCapture(const TemporaryDirectory& folder, const Planar& signal) {
   const std::string path = folder.file("level.wav");
   writeWav(path, signal);
@@ -73,10 +81,7 @@ Heard classify(float sample) {
 TEST_F(EditWhilePlaying, NoBufferMixesAudioFromBeforeAndAfterAnInPlaceEdit) {
   JackCaptureClient capture("cvcap", 2, 30.0);
   const TemporaryDirectory folder;
-  // A constant level: every sample tells by its sign which side of an inversion it is from.
-  Planar signal(48000.0, 2, 48000 * 20);
-  for (auto& channel : signal.channels) std::fill(channel.begin(), channel.end(), kLevel);
-  auto engine = sessionOnCapture(folder, signal);
+  auto engine = sessionOnCapture(folder, levelSignal(20.0));
   Transport& transport = engine->transport();
   EditEngine& edits = engine->editEngine();
   ASSERT_TRUE(transport.hasGraph());
@@ -142,9 +147,7 @@ TEST_F(EditWhilePlaying, NoBufferMixesAudioFromBeforeAndAfterAnInPlaceEdit) {
 TEST_F(EditWhilePlaying, ARebuildWhilePlayingStopsAtTheStartAndPlaysTheNewBufferNext) {
   JackCaptureClient capture("cvcap", 2, 30.0);
   const TemporaryDirectory folder;
-  Planar signal(48000.0, 2, 48000 * 4);
-  for (auto& channel : signal.channels) std::fill(channel.begin(), channel.end(), kLevel);
-  auto engine = sessionOnCapture(folder, signal);
+  auto engine = sessionOnCapture(folder, levelSignal(4.0));
   Transport& transport = engine->transport();
   transport.play();
   runEvents(0.3);
