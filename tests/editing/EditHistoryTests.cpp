@@ -83,10 +83,16 @@ TEST_F(EditHistory, UndoAndRedoRestoreEveryStateBitExactlyAfterMixedEdits) {
   // Edited since the load, even though the samples are back to the file's.
   EXPECT_TRUE(edits.isDirty());
   EXPECT_TRUE(sameBits(liveSamples(*engine), toChannels(signal)));
-  // An undo with nothing left changes nothing.
+  // An undo with nothing left changes nothing: playback goes on, the selection stays.
   const auto epoch = engine->bufferEpoch();
+  engine->transport().setSelection(PlaybackSelection{0.1, 0.3});
+  engine->transport().play();
   edits.undoLastEdit();
   EXPECT_EQ(engine->bufferEpoch(), epoch);
+  EXPECT_TRUE(engine->transport().isPlaying());
+  EXPECT_TRUE(engine->transport().selection());
+  engine->transport().stop();
+  engine->transport().setSelection(std::nullopt);
 
   for (std::size_t i = 1; i < states.size(); ++i) {
     edits.redoLastEdit();
