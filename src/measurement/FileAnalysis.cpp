@@ -1,6 +1,16 @@
 #include "measurement/FileAnalysis.h"
 
 #include <limits>
+#include <memory>
+
+#include "core/ChannelOrder.h"
+#include "dialogue/DialogueModel.h"
+#include "headless/analysis/SelectionAnalysis.h"
+#include "measurement/LoudnessTargets.h"
+#include "playback/Transport.h"
+#include "session/AudioEngine.h"
+#include "session/BackgroundWork.h"
+#include "session/SessionSettings.h"
 
 namespace corvane {
 
@@ -13,8 +23,12 @@ bool sameLevel(float a, float b) { return a == b; }
 
 }  // namespace
 
-FileAnalysis::FileAnalysis(QObject* parent)
-    : QObject(parent), _fileSpeechGatedLUFS(kNoReading), _fileSamplePeakDB(kNoReading) {}
+FileAnalysis::FileAnalysis(AudioEngine* engine)
+    : QObject(engine),
+      _engine(engine),
+      _targets(new LoudnessTargets(engine, this)),
+      _fileSpeechGatedLUFS(kNoReading),
+      _fileSamplePeakDB(kNoReading) {}
 
 void FileAnalysis::setOfflineSpectrogramColumns(Snapshot<SpectrogramColumns> columns) {
   if (sameSnapshot(_offlineSpectrogramColumns, columns)) return;
@@ -63,8 +77,11 @@ void FileAnalysis::clearForFile() {
   setFileLoudnessCurve(nullptr);
   setFileStereoWidthCurve(nullptr);
   setSelectionAnalysis(nullptr);
+  // A pass still running belongs to the file before; its landing will be dropped.
+  setIsAnalysing(false);
   setFileSpeechGatedLUFS(kNoReading);
   setFileSamplePeakDB(kNoReading);
+  _targets->clearForFile();
 }
 
 void FileAnalysis::applyFileMetrics(const SlotMetrics& metrics) {
@@ -72,6 +89,61 @@ void FileAnalysis::applyFileMetrics(const SlotMetrics& metrics) {
   setFileSpeechGatedLUFS(metrics.speechGatedLUFS);
   setFileSamplePeakDB(metrics.samplePeakDB);
   setFileStereoWidthCurve(makeSnapshot(metrics.stereoWidthCurve));
+}
+
+void FileAnalysis::analyse() {
+  if (!_engine || !_engine->loadedFile() || !_engine->pcmBuffer()) return;
+  Transport& transport = _engine->transport();
+  if (!transport.selection()) transport.setSelection(PlaybackSelection{0.0, transport.duration()});
+  analyseSelection();
+}
+
+void FileAnalysis::analyseSelection() {
+  if (!_engine || !_engine->loadedFile()) return;
+  const SharedAudioBuffer buffer = _engine->pcmBuffer();
+  const auto& selection = _engine->transport().selection();
+  if (!buffer || !selection) return;
+  auto frames = SelectionFrames::capture(buffer, selection->lowerSec, selection->upperSec);
+  if (!frames) return;
+  setIsAnalysing(true);
+  setSelectionAnalysis(nullptr);
+
+  const SessionSettings& settings = _engine->sessionSettings();
+  SelectionAnalysisSettings pass;
+  pass.fftSize = settings.fftSize();
+  pass.spectrogramFftSize = settings.spectrogramFftSize();
+  pass.overlapFactor = overlapFactor(settings.spectrogramOverlap());
+  pass.spectrogramChannelIndex = settings.spectrogramChannelIndex();
+  pass.fftExactAverage = settings.fftExactAverage();
+  pass.channelWeights = ChannelOrder::bs1770Weights(*buffer);
+  pass.vadTuning = settings.currentVADTuning();
+  const DialogueModel& dialogue = _engine->dialogue();
+  const FileSpeechState speech{dialogue.fileSpeechHistory(), dialogue.fileSpeechHistoryTuning(),
+                               dialogue.dialogueRegionsSource() == DialogueRegionSource::automatic};
+  pass.speechHistory = speechHistoryForSelection(speech, pass.vadTuning, *frames);
+
+  const quint64 generation = _engine->loadGeneration();
+  // Only a pass that reads the shared buffer in place can be harmed by an edit.
+  const std::optional<quint64> sharedEpoch =
+      frames->readsSharedBuffer() ? std::optional<quint64>(_engine->bufferEpoch()) : std::nullopt;
+  auto captured = std::make_shared<const SelectionFrames>(std::move(*frames));
+  runUserInitiated([self = QPointer<FileAnalysis>(this), captured, pass, generation, sharedEpoch] {
+    auto output = runSelectionAnalysis(*captured, pass);
+    if (!output) return;
+    auto landed = std::make_shared<SelectionAnalysisOutput>(std::move(*output));
+    landOnMainThread(self, [landed, generation, sharedEpoch](FileAnalysis& analysis) {
+      analysis.landSelectionAnalysis(generation, sharedEpoch, std::move(*landed));
+    });
+  });
+}
+
+void FileAnalysis::landSelectionAnalysis(quint64 generation, std::optional<quint64> sharedBufferEpoch,
+                                         SelectionAnalysisOutput output) {
+  if (!_engine || _engine->loadGeneration() != generation) return;
+  setIsAnalysing(false);
+  if (sharedBufferEpoch && *sharedBufferEpoch != _engine->bufferEpoch()) return;
+  setSelectionAnalysis(makeSnapshot(std::move(output.result)));
+  setOfflineSpectrogramColumns(makeSnapshot(std::move(output.spectrogramColumns)));
 }
 
 }  // namespace corvane

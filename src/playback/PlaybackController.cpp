@@ -220,7 +220,7 @@ void PlaybackController::stop() {
     loudness->flushPartialBlock();
     FinalLoudnessFigures figures{loudness->integratedLUFS(), loudness->truePeakDB(),
                                  loudness->speechGatedLUFS(), loudness->speechPercentage(),
-                                 loudness->speechGatedNoiseFloorDBRMS()};
+                                 loudness->speechGatedNoiseFloorDBRMS(), loudness->loudnessRange()};
     _finalLoudness = figures;
     if (_listener) _listener->finalLoudnessPublished(figures);
     loudness->reset();

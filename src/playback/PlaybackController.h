@@ -39,6 +39,7 @@ struct FinalLoudnessFigures {
   double speechGatedLUFS;
   double speechPercentage;
   double speechGatedNoiseFloorDBRMS;
+  double loudnessRange;
 };
 
 // Main-thread notices of changes the controller makes itself.

@@ -133,6 +133,9 @@ void Transport::recoverLostOutput() {
 
 void Transport::onDisplayTimer() {
   _controller.displayTick();
+  // The end of the file stopped the transport in this tick: the timer is off and the final
+  // loudness figures are out; a meters' tick now would read the processor already reset.
+  if (!_controller.isPlaying()) return;
   emit displayTicked();
 }
 

@@ -7,7 +7,8 @@
 // render layer can't have:
 //   - the display timer: a precise 30 Hz QTimer that runs only while playing. Each tick runs
 //     the controller's displayTick() (playhead, end of file, retired snapshots) and then emits
-//     displayTicked(), where the live meters hook their own tick in.
+//     displayTicked(), where the live meters hook their own tick in (not when the end of the
+//     file stopped the transport in that tick: the final loudness figures stand then).
 //   - the device follow-up: after every device re-read (AudioDeviceManager::rescanned) the
 //     controller's housekeeping runs; a lost output stream re-reads the devices and builds the
 //     graph anew on what is then selected.

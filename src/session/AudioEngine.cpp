@@ -118,6 +118,42 @@ class AudioEngine::LoadTask final : public FileLoadListener {
   LoadTicket _ticket;
 };
 
+namespace {
+
+// The live meters follow the transport's display tick and still playhead, and the session's
+// display settings; the readout rate is kept in the settings.
+void connectMeasurement(AudioEngine& engine) {
+  // The meters' tick follows the transport's own part of each display tick.
+  QObject::connect(&engine.transport(), &Transport::displayTicked, &engine.meters(),
+                   [&engine] { engine.meters().tick(engine.transport()); });
+  QObject::connect(&engine.transport(), &Transport::stillPlayheadMoved, &engine.meters(), [&engine] {
+    engine.meters().recomputeFFTAtPlayhead(engine.pcmBuffer().get(), engine.transport().currentTime());
+  });
+  QObject::connect(&engine.transport(), &Transport::finalLoudnessPublished, &engine.meters(), [&engine] {
+    if (const auto& figures = engine.transport().finalLoudness()) engine.meters().applyFinalLoudness(*figures);
+  });
+  engine.meters().setMeterReadoutRate(engine.settings().meterReadoutRate());
+  QObject::connect(&engine.meters(), &LiveMeters::meterReadoutRateChanged, &engine,
+                   [&engine] { engine.settings().setMeterReadoutRate(engine.meters().meterReadoutRate()); });
+  engine.meters().setSpectrogramOverlapFactor(overlapFactor(engine.sessionSettings().spectrogramOverlap()));
+  QObject::connect(&engine.sessionSettings(), &SessionSettings::spectrogramOverlapChanged, &engine.meters(), [&engine] {
+    engine.meters().setSpectrogramOverlapFactor(overlapFactor(engine.sessionSettings().spectrogramOverlap()));
+  });
+  engine.meters().setSpectrogramChannelIndex(engine.sessionSettings().spectrogramChannelIndex());
+  QObject::connect(
+      &engine.sessionSettings(), &SessionSettings::spectrogramChannelIndexChanged, &engine.meters(),
+      [&engine] { engine.meters().setSpectrogramChannelIndex(engine.sessionSettings().spectrogramChannelIndex()); });
+  QObject::connect(&engine.sessionSettings(), &SessionSettings::fftSizeChanged, &engine.meters(), [&engine] {
+    if (engine.meters().setFftSize(engine.sessionSettings().fftSize(), engine.transport().mirrors())) {
+      engine.analysis().setOfflineSpectrogramColumns(nullptr);
+    }
+  });
+  QObject::connect(&engine.sessionSettings(), &SessionSettings::fftWindowTypeChanged, &engine.meters(),
+                   [&engine] { engine.meters().setWindowType(engine.sessionSettings().fftWindowType()); });
+}
+
+}  // namespace
+
 // ---- Start-up -----------------------------------------------------------------------------------
 
 AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
@@ -138,6 +174,7 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
   setWorkGuard(nullptr);
   if (options.manualOutput) _transport->setManualOutput(options.manualOutput);
   connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::clearLiveCurves);
+  connectMeasurement(*this);
   // The effect chain's callbacks, the last chain, the key monitor, the quit observer and the
   // purge of stale chain renders join the start-up here, in this order, with their subsystems.
   if (options.registerWithBridge) CorvaneAppBridge::shared().registerEngine(this);
