@@ -11,6 +11,7 @@
 #include "headless/files/AudioLoadLimits.h"
 #include "headless/files/EditOutputGuard.h"
 #include "measurement/FileAnalysis.h"
+#include "measurement/LoudnessTargets.h"
 #include "playback/Transport.h"
 #include "session/AlertPresenter.h"
 #include "session/AudioEngine.h"
@@ -330,7 +331,7 @@ void EditCommands::applyNormalizeByGain(double gainDB, double ceilingDB, const s
 }
 
 void EditCommands::applyNormalizeToDialogGated(double targetLUFS, double ceilingDB) {
-  const double gated = _engine.analysis().fileSpeechGatedLUFS();
+  const double gated = dialogGatedReading();
   if (!std::isfinite(gated)) return;
   applyNormalizeByGain(targetLUFS - gated, ceilingDB,
                        QString::asprintf("Normalized dialogue to %.1f LKFS, peak-limited at %.1f dBTP", targetLUFS,
@@ -357,7 +358,7 @@ void EditCommands::applyDialogueLeveling(double reductionDB, std::optional<doubl
   const FrameCount blockFrames = std::max<FrameCount>(1, std::llround(rate * kSpeechBlockSeconds));
   double makeupDB = 0.0;
   if (targetLUFS) {
-    const double gated = _engine.analysis().fileSpeechGatedLUFS();
+    const double gated = dialogGatedReading();
     if (!std::isfinite(gated)) return;
     makeupDB = *targetLUFS - gated;
   }
@@ -402,6 +403,55 @@ void EditCommands::applyGain(FrameRange range, double gainDB, const std::optiona
                            [=](float* const* d, int n, FrameCount total, FrameCount s, FrameCount e) {
                              return Ops::changeLevelInPlace(d, n, total, gainDB, s, e);
                            });
+}
+
+double EditCommands::dialogGatedReading() const { return _engine.analysis().targets().displayDialogGatedLUFS(); }
+
+// ---- Requests of the loudness targets -----------------------------------------------------------
+
+std::optional<EditTargetForm> EditCommands::takeTargetRequest() {
+  LoudnessTargets& targets = _engine.analysis().targets();
+  if (const auto& request = targets.pendingNormalize()) {
+    EditTargetForm form;
+    form.normalize = *request;
+    form.title = QStringLiteral("Normalize");
+    const bool gated = request->basis == PendingNormalize::Basis::dialogGated;
+    const QString unit = gated ? QStringLiteral("LKFS") : QStringLiteral("LUFS");
+    const double gain = static_cast<double>(request->targetLUFS) - request->nowLUFS;
+    form.rows = {{QStringLiteral("Now"), QString::asprintf("%.1f ", request->nowLUFS) + unit},
+                 {QStringLiteral("Target"), QString::asprintf("%.1f ", request->targetLUFS) + unit},
+                 {QStringLiteral("Gain"), (gain >= 0.0 ? QStringLiteral("+") : QString()) + format("%.1f dB", gain)},
+                 {QStringLiteral("Basis"), gated ? QStringLiteral("Dialog-gated") : QStringLiteral("Integrated")}};
+    form.ceilingText = format("%.1f", request->ceilingDB);
+    form.note = QStringLiteral("True-peak limiter at the ceiling.");
+    targets.consumePendingNormalize();
+    return form;
+  }
+  if (const auto& request = targets.pendingLimitTP()) {
+    EditTargetForm form;
+    form.limit = *request;
+    form.title = QStringLiteral("Limit True Peak");
+    form.ceilingText = format("%.1f", request->ceilingDBTP);
+    form.note = QStringLiteral("Caps inter-sample peaks at the ceiling; loudness unchanged.");
+    targets.consumePendingLimitTP();
+    return form;
+  }
+  return std::nullopt;
+}
+
+void EditCommands::applyTargetForm(const EditTargetForm& form, const QString& ceilingText) {
+  const auto ceiling = parseEditNumber(ceilingText);
+  if (!ceiling) return;
+  // The target forms always act on the whole file.
+  if (form.normalize) {
+    if (form.normalize->basis == PendingNormalize::Basis::integrated) {
+      applyNormalizeLUFS(form.normalize->targetLUFS, *ceiling, std::nullopt);
+    } else {
+      applyNormalizeToDialogGated(form.normalize->targetLUFS, *ceiling);
+    }
+  } else if (form.limit) {
+    applyLimitTP(*ceiling, std::nullopt);
+  }
 }
 
 // ---- The toolbar ------------------------------------------------------------------------------
@@ -513,7 +563,7 @@ void EditCommands::performDialogueLeveling(const EditToolbarState& state) {
   const double reduction = -std::fabs(parseEditNumber(state.dialogueReductionDB).value_or(18.0));
   std::optional<double> target;
   std::optional<double> ceiling;
-  if (state.dialogueLiftToTarget && std::isfinite(_engine.analysis().fileSpeechGatedLUFS())) {
+  if (state.dialogueLiftToTarget && std::isfinite(dialogGatedReading())) {
     target = parseEditNumber(state.dialogueTargetLKFS).value_or(-16.0);
     ceiling = parseEditNumber(state.dialogueCeilingDBTP).value_or(-1.0);
   }

@@ -29,6 +29,7 @@
 #include "core/AudioBuffer.h"
 #include "editing/EditEngine.h"
 #include "headless/edits/EditOperations.h"
+#include "measurement/LoudnessTargets.h"
 
 namespace corvane {
 
@@ -88,6 +89,17 @@ struct EditMenuEntry {
 // In the menu's order, after Save, Save As and Discard (the save commands).
 const std::vector<EditMenuEntry>& editMenuEntries();
 
+// The toolbar's form for a loudness target row's request: Normalize to the target, or Limit
+// True Peak at its ceiling. Always the whole file.
+struct EditTargetForm {
+  std::optional<PendingNormalize> normalize;
+  std::optional<PendingLimitTP> limit;
+  QString title;                                  // "Normalize" / "Limit True Peak"
+  std::vector<std::pair<QString, QString>> rows;  // Now, Target, Gain, Basis (normalize only)
+  QString ceilingText;                            // the request's ceiling, "%.1f", for the field
+  QString note;
+};
+
 // Whole-number parse of a user's text in the C locale: the whole text must be the number.
 std::optional<double> parseEditNumber(const QString& text);
 
@@ -127,6 +139,15 @@ class EditCommands {
   void applyFade(FrameRange range, EditOperations::FadeDirection direction, EditOperations::FadeCurve curve,
                  const std::optional<QString>& confirmation);
   void applyGain(FrameRange range, double gainDB, const std::optional<QString>& confirmation);
+
+  // ---- Requests of the loudness targets -------------------------------------------------------
+  // The pending Normalize or Limit request of a target row as the toolbar's form; the request
+  // is consumed. None when no request waits.
+  std::optional<EditTargetForm> takeTargetRequest();
+  // "Apply" of the form with the ceiling field as typed (no parse, no action).
+  void applyTargetForm(const EditTargetForm& form, const QString& ceilingText);
+  // The dialogue-gated reading the targets show (live or offline, by the display mode).
+  double dialogGatedReading() const;
 
   // ---- The toolbar's Apply --------------------------------------------------------------------
   void performCut(const EditToolbarState& state);

@@ -10,6 +10,7 @@
 #include "headless/files/AudioFileModel.h"
 #include "headless/files/AudioLoadLimits.h"
 #include "measurement/FileAnalysis.h"
+#include "measurement/LoudnessTargets.h"
 #include "playback/Transport.h"
 #include "session/BackgroundWork.h"
 
@@ -364,36 +365,93 @@ TEST_F(EditCommandsTest, AddSilenceAnchorsUnitsAndFallbacks) {
   EXPECT_EQ(displayName(A::afterSelection), "Insert after selection");
 }
 
-TEST_F(EditCommandsTest, DialogueLevellingDucksWhateverTheSignTyped) {
-  auto first = session(burstyProgramme(48000.0, 1, 4.0));
-  if (!first->dialogue().fileSpeechHistory() || first->dialogue().fileSpeechHistory()->empty()) {
+TEST_F(EditCommandsTest, DialogueLevellingDucksWhateverTheSignTypedAndLiftsOnlyWithAReading) {
+  // Real speech, so that the detector finds dialogue and the file has a dialogue-gated reading.
+  const std::string speech = folder.file("speech.wav");
+  std::filesystem::copy_file(CORVANE_SOURCE_DIR "/tests/headless/speech/data/speech-16k.wav", speech);
+  auto engine = makeEngine();
+  engine->editEngine().onEditFailure = [this](const QString& text) { failures.push_back(text); };
+  LandingLog log(*engine);
+  engine->loadFile(url(speech));
+  ASSERT_TRUE(waitUntil([&] { return log.count(AudioEngine::Landing::metrics) == 1; }));
+  if (!engine->dialogue().fileSpeechHistory() || engine->dialogue().fileSpeechHistory()->empty()) {
     GTEST_SKIP() << "no speech model installed";
   }
-  EditCommands commands(*first);
+  engine->analysis().targets().setLoudnessDisplayMode(LoudnessDisplayMode::offline);
+  EditCommands commands(*engine);
+  EditEngine& edits = engine->editEngine();
+  ASSERT_TRUE(std::isfinite(commands.dialogGatedReading()));
+
+  // With a reading the lift lands the dialogue on its target and limits, in memory.
   EditToolbarState state;
+  state.dialogueLiftToTarget = true;
+  state.dialogueReductionDB = "x";  // 18 dB
+  commands.performDialogueLeveling(state);
+  EXPECT_EQ(confirmation(*engine), "Leveled dialogue to -16.0 LKFS, room tone ducked 18 dB, peak-limited at -1.0 dBTP");
+  EXPECT_EQ(edits.undoDepth(), 1);
+  // The edit took the file's measured figures with it: no reading, so the lift is dropped and
+  // the room tone is still ducked, in place.
+  EXPECT_FALSE(std::isfinite(commands.dialogGatedReading()));
+  commands.performDialogueLeveling(state);
+  EXPECT_EQ(confirmation(*engine), "Ducked room tone 18 dB between phrases");
+  edits.undoLastEdit();
+  edits.undoLastEdit();
+
+  state.dialogueLiftToTarget = false;
   state.dialogueReductionDB = "-12";
   commands.performDialogueLeveling(state);
-  EXPECT_EQ(confirmation(*first), "Ducked room tone 12 dB between phrases");
-  const ChannelData minus = liveSamples(*first);
-  first->editEngine().undoLastEdit();
+  EXPECT_EQ(confirmation(*engine), "Ducked room tone 12 dB between phrases");
+  const ChannelData minus = liveSamples(*engine);
+  edits.undoLastEdit();
   state.dialogueReductionDB = "12";
   commands.performDialogueLeveling(state);
-  EXPECT_TRUE(sameBits(liveSamples(*first), minus));
-  first->editEngine().undoLastEdit();
+  EXPECT_TRUE(sameBits(liveSamples(*engine), minus));
+}
 
-  // A lift with no dialogue reading still ducks, without a target.
-  first->analysis().setFileSpeechGatedLUFS(-std::numeric_limits<float>::infinity());
-  state.dialogueLiftToTarget = true;
-  state.dialogueReductionDB = "x";
-  commands.performDialogueLeveling(state);
-  EXPECT_EQ(confirmation(*first), "Ducked room tone 18 dB between phrases");
-  first->editEngine().undoLastEdit();
+TEST_F(EditCommandsTest, TargetRequestsBecomeTheToolbarFormAndActOnTheWholeFile) {
+  auto engine = session(burstyProgramme(48000.0, 2, 3.0));
+  engine->analysis().targets().setLoudnessDisplayMode(LoudnessDisplayMode::offline);
+  EditCommands commands(*engine);
+  EXPECT_FALSE(commands.takeTargetRequest());
 
-  // With a reading, the lift lands the dialogue on target and limits.
-  first->analysis().setFileSpeechGatedLUFS(-30.0f);
-  commands.performDialogueLeveling(state);
-  EXPECT_EQ(confirmation(*first), "Leveled dialogue to -16.0 LKFS, room tone ducked 18 dB, peak-limited at -1.0 dBTP");
-  EXPECT_EQ(first->editEngine().undoDepth(), 1);
+  LoudnessTarget target;
+  target.id = "test";
+  target.displayName = "Podcast";
+  target.referenceLevel = -16.0f;
+  target.truePeakCeilingDBTP = -1.5f;
+  target.tolerance = 1.0f;
+  engine->transport().setSelection(PlaybackSelection{0.5, 1.0});
+  engine->analysis().targets().requestNormalizeToTarget(target);
+  ASSERT_TRUE(engine->analysis().targets().pendingNormalize());
+  EXPECT_TRUE(engine->isEditMode());
+  const float now = engine->analysis().targets().pendingNormalize()->nowLUFS;
+  auto form = commands.takeTargetRequest();
+  ASSERT_TRUE(form);
+  EXPECT_FALSE(engine->analysis().targets().pendingNormalize());
+  EXPECT_EQ(form->title, "Normalize");
+  EXPECT_EQ(form->ceilingText, "-1.5");
+  EXPECT_EQ(form->note, "True-peak limiter at the ceiling.");
+  ASSERT_EQ(form->rows.size(), 4u);
+  EXPECT_EQ(form->rows[0].second, QString::asprintf("%.1f LUFS", now));
+  EXPECT_EQ(form->rows[1].second, "-16.0 LUFS");
+  EXPECT_EQ(form->rows[2].second, QString::asprintf("%s%.1f dB", -16.0 - now >= 0 ? "+" : "", -16.0 - now));
+  EXPECT_EQ(form->rows[3].second, "Integrated");
+
+  // A ceiling that doesn't parse does nothing; Apply then normalises the whole file.
+  commands.applyTargetForm(*form, "one");
+  EXPECT_EQ(engine->editEngine().undoDepth(), 0);
+  commands.applyTargetForm(*form, "-2");
+  EXPECT_EQ(confirmation(*engine), "Normalized to -16.0 LUFS, peak-limited at -2.0 dBTP");
+  EXPECT_EQ(engine->pcmBuffer()->frameLength(), 144000);
+
+  engine->analysis().targets().requestLimitTPToTarget(target);
+  form = commands.takeTargetRequest();
+  ASSERT_TRUE(form);
+  EXPECT_EQ(form->title, "Limit True Peak");
+  EXPECT_EQ(form->note, "Caps inter-sample peaks at the ceiling; loudness unchanged.");
+  EXPECT_TRUE(form->rows.empty());
+  commands.applyTargetForm(*form, "-6");
+  EXPECT_EQ(confirmation(*engine), "Limited true peak to -6.0 dBTP");
 }
 
 TEST_F(EditCommandsTest, SplitToMonoWritesEveryChannelOrNothing) {
