@@ -4,6 +4,7 @@
 // rebuild hands the callback a new buffer and leaves playback stopped at the start.
 #include <QCoreApplication>
 #include <chrono>
+#include <algorithm>
 #include <cmath>
 #include <thread>
 
@@ -90,12 +91,23 @@ TEST_F(EditWhilePlaying, NoBufferMixesAudioFromBeforeAndAfterAnInPlaceEdit) {
   transport.play();
   ASSERT_TRUE(transport.isPlaying());
   runEvents(0.2);
+  // Each edit inverts the whole file, the stretch ahead of the playhead slowly (64 frames a
+  // millisecond, a little faster than playback): a callback that read while it is being
+  // written would straddle the write's frontier for some 60 ms and play both sides of it.
+  const auto slowInversion = [&](float* const* d, int n, FrameCount total, FrameCount s, FrameCount e) {
+    const FrameCount from = std::clamp(engine->transport().controller().playbackFrame(), s, e);
+    const FrameCount slowEnd = std::min(e, from + 8192);
+    for (FrameCount f = from; f < slowEnd; f += 64) {
+      Ops::invertPhaseInPlace(d, n, total, f, std::min(slowEnd, f + 64));
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    Ops::invertPhaseInPlace(d, n, total, s, from);
+    Ops::invertPhaseInPlace(d, n, total, slowEnd, e);
+    return true;
+  };
   constexpr int kEdits = 24;
   for (int i = 0; i < kEdits; ++i) {
-    edits.applyInPlaceEdit(0, engine->pcmBuffer()->frameLength(), std::nullopt,
-                           [](float* const* d, int n, FrameCount total, FrameCount s, FrameCount e) {
-                             return Ops::invertPhaseInPlace(d, n, total, s, e);
-                           });
+    edits.applyInPlaceEdit(0, engine->pcmBuffer()->frameLength(), std::nullopt, slowInversion);
     ASSERT_TRUE(transport.isPlaying()) << "edit " << i;
     // Edits at varying places in the device's period.
     runEvents(0.03 + 0.007 * (i % 5));
