@@ -1,6 +1,10 @@
 #include "editing/EditEngine.h"
 
 #include <QUrl>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <system_error>
@@ -21,6 +25,28 @@ namespace {
 void removeQuietly(const std::filesystem::path& file) {
   std::error_code ignored;
   std::filesystem::remove(file, ignored);
+}
+
+// A shared flock on an open descriptor of the file, released when the descriptor closes
+// (also when the process dies, so a crashed session's files become purgeable).
+std::shared_ptr<void> lockSnapshotFile(const std::filesystem::path& file) {
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  ::flock(fd, LOCK_SH);
+  return std::shared_ptr<void>(new int(fd), [](void* p) {
+    const auto* held = static_cast<int*>(p);
+    ::close(*held);
+    delete held;
+  });
+}
+
+// Whether a running session holds the file: its exclusive lock can't be had.
+bool heldByASession(const std::filesystem::path& file) {
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(fd);
+  return held;
 }
 
 }  // namespace
@@ -72,7 +98,7 @@ bool EditEngine::push(const AudioBuffer& buffer, const AudioFileModel& model, St
   AudioFileModel description = model;
   description.pcmBuffer.reset();
   auto& entries = stack(onto);
-  entries.push_back(Snapshot{url, std::move(description), buffer.channelPositions()});
+  entries.push_back(Snapshot{url, std::move(description), buffer.channelPositions(), lockSnapshotFile(url)});
   while (entries.size() > static_cast<std::size_t>(kMaxHistoryDepth)) {
     removeQuietly(entries.front().url);
     entries.erase(entries.begin());
@@ -138,7 +164,9 @@ void EditEngine::purgeStaleSnapshots() {
     for (const auto& entry : it) {
       if (entry.path().filename().string().starts_with(kSnapshotPrefix)) stale.push_back(entry.path());
     }
-    for (const auto& file : stale) removeQuietly(file);
+    for (const auto& file : stale) {
+      if (!heldByASession(file)) removeQuietly(file);
+    }
   } catch (...) {
     // A folder that can't be listed keeps its leftovers until a later start.
   }

@@ -41,6 +41,7 @@
 #include <QUuid>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -82,6 +83,9 @@ class EditEngine : public QObject, public SessionWorkGuard {
     std::filesystem::path url;  // the WAV with the whole buffer at that moment
     AudioFileModel model;       // the description at that moment, without its buffer
     std::vector<ChannelPosition> channelPositions;  // the buffer's, which a WAV may not keep
+    // A shared lock on the file for as long as the snapshot lives: the start-up purge of
+    // another Corvane of the same user leaves the file of a running session alone.
+    std::shared_ptr<void> fileLock;
   };
   struct Restored {
     SharedAudioBuffer buffer;
@@ -119,7 +123,8 @@ class EditEngine : public QObject, public SessionWorkGuard {
   std::optional<Restored> redo(const AudioBuffer& current, const AudioFileModel& model);
   // Both stacks cleared (their files deleted), isDirty false.
   void reset();
-  // Deletes every "corvane-undo-" file in the private temporary folder; all failures ignored.
+  // Deletes every "corvane-undo-" file in the private temporary folder that no running session
+  // holds (a crash leaves its snapshots unlocked); all failures ignored.
   static void purgeStaleSnapshots();
   // The whole of a snapshot file as a buffer; none when it can't be read or is empty.
   static SharedAudioBuffer readBuffer(const std::filesystem::path& url);

@@ -172,6 +172,10 @@ TEST_F(EditHistory, ASnapshotThatCannotBeReadBackUndoesNothingAndIsGone) {
 }
 
 TEST_F(EditHistory, TheStartUpPurgeRemovesOnlySnapshotFiles) {
+  // A session that runs (another window of the same user) keeps its snapshots.
+  auto running = loadSession(sine(48000.0, 1, 0.5, 440.0, 0.25));
+  gainInPlace(running->editEngine(), -1.0, 0, 100);
+  const std::filesystem::path live = running->editEngine().undoStack().back().url;
   const auto folder = privateTemporaryDirectory();
   for (const char* name : {"corvane-undo-x", "corvane-undo-3F2504E0.wav", "corvane-trim-x.wav", "notes.txt",
                            "corvane-undo"}) {
@@ -187,6 +191,11 @@ TEST_F(EditHistory, TheStartUpPurgeRemovesOnlySnapshotFiles) {
   EXPECT_TRUE(has("notes.txt"));
   EXPECT_TRUE(has("corvane-undo"));
   EXPECT_TRUE(has("CorvaneChainRenders"));
+  EXPECT_TRUE(std::filesystem::exists(live));
+  running->editEngine().undoLastEdit();
+  EXPECT_EQ(running->editEngine().redoDepth(), 1);
+  running.reset();
+  EXPECT_FALSE(std::filesystem::exists(live));
   for (const char* name : {"corvane-trim-x.wav", "notes.txt", "corvane-undo"}) std::filesystem::remove(folder / name);
   std::filesystem::remove(folder / "CorvaneChainRenders");
 }
