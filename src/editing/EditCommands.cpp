@@ -91,6 +91,43 @@ const std::vector<EditMenuEntry>& editMenuEntries() {
   return entries;
 }
 
+EditPopover editPopover(EditPopoverKind kind, bool dialogueReadingAvailable) {
+  switch (kind) {
+    case EditPopoverKind::changeLevel: return {{}, {}, {-6, -3, -1, 1, 3, 6}};
+    case EditPopoverKind::cut:
+      return {QStringLiteral("Cut Selection"),
+              {QStringLiteral("Removes the selection and joins the audio on either side."),
+               QStringLiteral("An equal-power crossfade at the join hides the splice click. 0 = hard cut. Clamped to "
+                              "the audio kept on each side.")},
+              {0, 5, 10, 20}};
+    case EditPopoverKind::normalizePeak: return {{}, {}, {-1, -0.5, -0.1, 0}};
+    case EditPopoverKind::normalizeLUFS:
+      return {{}, {QStringLiteral("True-peak limiter (5 ms lookahead, two-pass)")}, {-16, -14, -11, -9}};
+    case EditPopoverKind::limitTP:
+      return {{},
+              {QStringLiteral("Caps inter-sample peaks at the ceiling; loudness otherwise unchanged. Two-pass offline, "
+                              "BS.1770 4× polyphase oversampled detection.")},
+              {-2, -1, -0.5, -0.1}};
+    case EditPopoverKind::levelDialogue:
+      return {QStringLiteral("Level Dialogue"),
+              {dialogueReadingAvailable
+                   ? QStringLiteral("Ducks the detected non-speech (room tone) between phrases. Lift gains everything "
+                                    "so dialogue lands on target, with the floor ending lower, not higher, then caps "
+                                    "inter-sample peaks at the ceiling with the true-peak limiter. A gate, not a "
+                                    "denoiser: it helps a marginal floor, not a hissy one. Tune the speech regions in "
+                                    "Dialogue mode.")
+                   : QStringLiteral("Ducks the detected non-speech (room tone) between phrases. No dialogue reading "
+                                    "yet, so lifting to a target is unavailable. A gate, not a denoiser. Tune the "
+                                    "speech regions in Dialogue mode.")},
+              {12, 18, 24}};
+  }
+  return {};
+}
+
+QString chipText(EditPopoverKind kind, double value) {
+  return kind == EditPopoverKind::changeLevel ? format("%.1f", value) : format("%g", value);
+}
+
 std::optional<double> parseEditNumber(const QString& text) {
   std::string s = text.toStdString();
   // A typed plus sign is a number's sign to the user; from_chars reads only the minus.

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <filesystem>
 #include <optional>
 #include <string_view>
@@ -99,6 +100,19 @@ struct EditTargetForm {
   QString ceilingText;                            // the request's ceiling, "%.1f", for the field
   QString note;
 };
+
+// The popovers' fixed words and quick values (chips); the window lays them out.
+enum class EditPopoverKind { changeLevel, cut, normalizePeak, normalizeLUFS, limitTP, levelDialogue };
+struct EditPopover {
+  QString title;              // empty where the popover has none of its own
+  QStringList texts;          // explanations, in order
+  std::vector<double> chips;  // quick values, in the field's unit
+};
+// `dialogueReadingAvailable`: Level Dialogue explains the lift only when a dialogue-gated
+// reading exists (the lift toggle is unavailable otherwise).
+EditPopover editPopover(EditPopoverKind kind, bool dialogueReadingAvailable = true);
+// What a chip puts into its field: gain with one decimal ("-6.0"), the others as written ("-0.5").
+QString chipText(EditPopoverKind kind, double value);
 
 // Whole-number parse of a user's text in the C locale: the whole text must be the number.
 std::optional<double> parseEditNumber(const QString& text);

@@ -48,6 +48,13 @@ TEST_F(EditCommandsTest, TextFieldsParseWholeInTheCLocale) {
   for (const char* bad : {"", " 1", "1 ", "1,5", "3dB", "+-1", "--1", "++1", "inf", "nan", "-"}) {
     EXPECT_FALSE(parseEditNumber(bad)) << bad;
   }
+  // Every chip's text parses back to its value; gain chips carry one decimal.
+  EXPECT_EQ(chipText(EditPopoverKind::changeLevel, 6.0), "6.0");
+  EXPECT_EQ(chipText(EditPopoverKind::limitTP, -0.5), "-0.5");
+  for (const auto kind : {EditPopoverKind::changeLevel, EditPopoverKind::cut, EditPopoverKind::normalizePeak,
+                          EditPopoverKind::normalizeLUFS, EditPopoverKind::limitTP, EditPopoverKind::levelDialogue}) {
+    for (const double chip : editPopover(kind).chips) EXPECT_EQ(parseEditNumber(chipText(kind, chip)), chip);
+  }
 }
 
 TEST_F(EditCommandsTest, SelectionAndPlayheadBecomeFrames) {
