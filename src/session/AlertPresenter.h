@@ -20,7 +20,7 @@ struct SessionAlert {
   QString messageText;      // the bold first line
   QString informativeText;  // the explanation under it
   QStringList buttons;      // left to right in reading order; the first is the default
-  QString suppressionTitle; // a check box under the text ("Don't ask again"), when not empty
+  QString suppressionTitle = {};  // a check box under the text ("Don't ask again"), when not empty
 
   friend bool operator==(const SessionAlert&, const SessionAlert&) = default;
 };
