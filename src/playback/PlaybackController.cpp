@@ -1,8 +1,11 @@
 #include "playback/PlaybackController.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 #include "playback/PlaybackRates.h"
 
@@ -144,6 +147,18 @@ void PlaybackController::swapSourceBuffer(SharedAudioBuffer buffer) {
   snapshot->sampleRate = buffer->sampleRate();
   _mirrors._atomicSource.publish(std::move(snapshot));
   _mirrors._atomicPendingLoudnessReset.store(true);
+}
+
+void PlaybackController::waitForRenderToLeave() const {
+  // The playing flag was cleared before this fence; the epoch's count is odd while a
+  // callback runs. Either no callback is inside now, or the one inside leaves before we go on.
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  const std::uint64_t seen = _mirrors.renderEpoch.observe();
+  if (seen % 2 == 0) return;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  while (_mirrors.renderEpoch.observe() == seen && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
 }
 
 void PlaybackController::applySpeechHistory(SharedSpeechHistory history) {

@@ -113,6 +113,11 @@ class PlaybackController {
   // roads pause around a swap where they must).
   void swapSourceBuffer(SharedAudioBuffer buffer);
   void applySpeechHistory(SharedSpeechHistory history);
+  // For a write into the live buffer's samples (an in-place edit), after pause(): returns once
+  // no callback that began while the transport played is still running. Callbacks that begin
+  // later see the transport paused and read no sample. Waits one device period at most (the
+  // bound of 2 s only guards against a wedged driver thread).
+  void waitForRenderToLeave() const;
 
   // ---- Transport ------------------------------------------------------------------------
   void play();

@@ -36,6 +36,11 @@ void Transport::loadSource(SharedAudioBuffer buffer, SharedSpeechHistory speechH
   setDuration(_controller.duration());
 }
 
+void Transport::swapSourceBuffer(SharedAudioBuffer buffer) {
+  _controller.swapSourceBuffer(std::move(buffer));
+  setDuration(_controller.duration());
+}
+
 void Transport::setupRoutings(int fileChannels, int deviceChannels) {
   _controller.setupRoutings(fileChannels, deviceChannels);
   emit routingsChanged();

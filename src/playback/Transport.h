@@ -78,6 +78,10 @@ class Transport : public QObject {
   void stopEngine();
   bool hasGraph() { return _controller.graph().exists(); }
   void applySpeechHistory(SharedSpeechHistory history);
+  // An edited buffer of the loaded file (edits, undo, redo): the callback plays it from its
+  // next buffer and the old one is freed once it has moved on. The duration follows; the
+  // playhead, selection and playing state are the caller's.
+  void swapSourceBuffer(SharedAudioBuffer buffer);
   void setEditMode(bool editMode);
   // Instead of a device (offline rendering, tests): the caller drives the graph.
   void setManualOutput(std::optional<ManualOutput> output) { _controller.setManualOutput(output); }

@@ -20,6 +20,7 @@ struct SessionAlert {
   QString messageText;      // the bold first line
   QString informativeText;  // the explanation under it
   QStringList buttons;      // left to right in reading order; the first is the default
+  QString suppressionTitle = {};  // a check box under the text ("Don't ask again"), when not empty
 
   friend bool operator==(const SessionAlert&, const SessionAlert&) = default;
 };
@@ -33,6 +34,8 @@ class AlertPresenter {
   // Shows the alert and returns the index of the button pressed (0 for the first, which the
   // other platform calls 1000), or kNoButton.
   virtual int present(const SessionAlert& alert) = 0;
+  // Whether the suppression check box of the last alert that had one was ticked when it closed.
+  virtual bool suppressionChecked() const { return false; }
 };
 
 // Without a presenter (a headless run) every question is answered as if the user closed it,

@@ -8,6 +8,7 @@
 
 #include "compare/CompareModel.h"
 #include "dialogue/DialogueModel.h"
+#include "editing/EditEngine.h"
 #include "headless/files/AudioLoadLimits.h"
 #include "measurement/FileAnalysis.h"
 #include "measurement/LiveMeters.h"
@@ -166,8 +167,11 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
       _analysis(new FileAnalysis(this)),
       _compare(new CompareModel(this)),
       _dialogue(new DialogueModel(this)),
-      _presenter(options.presenter ? std::move(options.presenter) : std::make_shared<LoggingAlertPresenter>()),
-      _workGuard(std::make_shared<SessionWorkGuard>()) {
+      _editEngine(new EditEngine(*this, this)),
+      _presenter(options.presenter ? std::move(options.presenter) : std::make_shared<LoggingAlertPresenter>()) {
+  // Snapshots of earlier runs (a crash leaves them behind) go before any edit can exist.
+  EditEngine::purgeStaleSnapshots();
+  setWorkGuard(nullptr);
   if (options.manualOutput) _transport->setManualOutput(options.manualOutput);
   connect(_transport, &Transport::liveCurvesBroken, _meters, &LiveMeters::breakLiveLoudnessCurves);
   connectMeasurement(*this);
@@ -179,7 +183,9 @@ AudioEngine::AudioEngine(AudioEngineOptions options, QObject* parent)
 AudioEngine::~AudioEngine() {
   // Tasks still running hold only a QPointer: their landings find no engine and do nothing.
   // The models go in the reverse order of their making, before the settings store they were
-  // made over: the transport still closes its stream on the device catalog.
+  // made over: the transport still closes its stream on the device catalog. The edit history
+  // goes first, with its snapshot files.
+  delete _editEngine;
   delete _dialogue;
   delete _compare;
   delete _analysis;
@@ -228,7 +234,13 @@ void AudioEngine::setAlertPresenter(std::shared_ptr<AlertPresenter> presenter) {
 }
 
 void AudioEngine::setWorkGuard(std::shared_ptr<SessionWorkGuard> guard) {
-  _workGuard = guard ? std::move(guard) : std::make_shared<SessionWorkGuard>();
+  // The edit history belongs to the engine: the guard only borrows it.
+  _workGuard = guard ? std::move(guard) : std::shared_ptr<SessionWorkGuard>(std::shared_ptr<void>(), _editEngine);
+}
+
+void AudioEngine::setEditedFile(AudioFileModel model, SharedAudioBuffer buffer) {
+  setLoadedFile(std::move(model));
+  setPcmBuffer(std::move(buffer));
 }
 
 int AudioEngine::ask(const SessionAlert& alert) { return _presenter->present(alert); }
@@ -251,6 +263,8 @@ void AudioEngine::presentInPlaceWriteRefused() {
                            "Otherwise choose a different name or location.");
   ask(SessionAlert{SessionAlert::Style::warning, QStringLiteral("Cannot overwrite the original file"), advice, {QStringLiteral("OK")}});
 }
+
+bool AudioEngine::alertSuppressionChecked() const { return _presenter->suppressionChecked(); }
 
 // ---- Modes ------------------------------------------------------------------------------------
 
@@ -451,6 +465,8 @@ void AudioEngine::loadFile(const QUrl& url, const QList<QUrl>& extras, std::opti
   setIsLoading(true);
   setLoadError(std::nullopt);
   _dialogue->clearForLoad();
+  // The history belongs to the file being replaced.
+  _editEngine->reset();
   emit loadStarted(url);
   ++_loadGeneration;
   ++_fileLoadEpoch;

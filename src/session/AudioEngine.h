@@ -11,6 +11,7 @@
 //   analysis()         the file's offline figures, curves and spectrogram (src/measurement)
 //   compare()          the compare slots (src/compare)
 //   dialogue()         the file's speech history and dialogue regions (src/dialogue)
+//   editEngine()       the edit history and the roads of an edit (src/editing)
 //   sessionSettings()  display, analysis and speech settings (persisted ones write on change)
 //   settings()         the settings store itself, for the keys other owners read
 //   recentDocuments()  the recent files of the File menu
@@ -65,6 +66,7 @@ class AlertPresenter;
 class AudioDeviceManager;
 class CompareModel;
 class DialogueModel;
+class EditEngine;
 class FileAnalysis;
 class LiveMeters;
 class RecentDocumentsTracker;
@@ -142,6 +144,7 @@ class AudioEngine : public QObject {
   FileAnalysis& analysis() { return *_analysis; }
   CompareModel& compare() { return *_compare; }
   DialogueModel& dialogue() { return *_dialogue; }
+  EditEngine& editEngine() { return *_editEngine; }
   SessionSettings& sessionSettings() { return *_sessionSettings; }
   SettingsStore& settings() { return *_settings; }
   RecentDocumentsTracker& recentDocuments() { return *_recentDocuments; }
@@ -167,6 +170,9 @@ class AudioEngine : public QObject {
   // + 1 by every road that changes the live buffer's samples: background readers compare it.
   quint64 bufferEpoch() const { return _bufferEpoch; }
   void bumpBufferEpoch() { ++_bufferEpoch; }
+  // The edit roads' hand-over of the live file after its samples changed (in place, or a new
+  // buffer): notifies as a load does, and leaves transport and figures to the caller.
+  void setEditedFile(AudioFileModel model, SharedAudioBuffer buffer);
 
   // ---- Modes --------------------------------------------------------------------------------
   // At most one is on; turning one on turns the others off. Refusals (the flag stays off):
@@ -216,9 +222,6 @@ class AudioEngine : public QObject {
 
   // ---- Collaborators ------------------------------------------------------------------------
   void setAlertPresenter(std::shared_ptr<AlertPresenter> presenter);
-  // Shows an alert through the installed presenter (subsystem commands use it); the index of
-  // the button pressed, or AlertPresenter::kNoButton.
-  int presentAlert(const SessionAlert& alert) { return ask(alert); }
   // Where an operation that fails tells the user why: the installed onEditFailure callback if
   // there is one, else a warning alert headed "Couldn't apply the edit" with the text.
   void setOnEditFailure(std::function<void(const QString& text)> callback) { _onEditFailure = std::move(callback); }
@@ -226,7 +229,12 @@ class AudioEngine : public QObject {
   // "Cannot overwrite the original file": a Save As or an export chose the loaded file itself.
   // The advice depends on whether Save may overwrite the file (corvaneAllowSaveOverwrite).
   void presentInPlaceWriteRefused();
+  // Null: the edit history answers for unsaved edits, nobody for recording.
   void setWorkGuard(std::shared_ptr<SessionWorkGuard> guard);
+  // Shows a question through the installed presenter; the index of the button pressed.
+  int presentAlert(const SessionAlert& alert) { return ask(alert); }
+  // Whether the last alert's suppression check box was ticked.
+  bool alertSuppressionChecked() const;
   // The raw formats remembered per file (the raw import subsystem installs it): asked when a
   // file is loaded or added without a format.
   using RawFormatMemory = std::function<std::optional<RawPCMFormat>(const std::filesystem::path&)>;
@@ -292,6 +300,7 @@ class AudioEngine : public QObject {
   FileAnalysis* _analysis;
   CompareModel* _compare;
   DialogueModel* _dialogue;
+  EditEngine* _editEngine;
   std::shared_ptr<AlertPresenter> _presenter;
   std::shared_ptr<SessionWorkGuard> _workGuard;
   RawFormatMemory _rawFormatMemory;
