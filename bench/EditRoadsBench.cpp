@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
 
   EditCommands commands(engine);
   EditEngine& edits = engine.editEngine();
-  edits.onEditFailure = [](const QString& text) { std::printf("  failure: %s\n", text.toUtf8().constData()); };
+  engine.setOnEditFailure([](const QString& text) { std::printf("  failure: %s\n", text.toUtf8().constData()); });
   const FrameCount middle = frames / 2;
   const FrameCount cutFrames = 10 * 48000;
 

@@ -22,7 +22,8 @@
 // Each records the audio before the change (an operation with nothing to do records nothing),
 // brings the session up to date (swapEditedBuffer / refreshAfterInPlaceEdit), raises the
 // session's bufferEpoch, sets isDirty and shows its confirmation for 2.8 s. A failure leaves
-// the audio as it was and goes to onEditFailure, else to the alert "Couldn't apply the edit".
+// the audio as it was and goes to the session's onEditFailure, else to the alert "Couldn't
+// apply the edit" (AudioEngine::presentEditFailure).
 //
 // Playback around an edit. Every road pauses first. The in-place roads then also wait until
 // the render callback has finished the buffer it was rendering (one device period at most),
@@ -150,9 +151,6 @@ class EditEngine : public QObject, public SessionWorkGuard {
   void refreshAfterInPlaceEdit(AudioFileModel model, const SharedAudioBuffer& buffer);
   // After a change of length: the speech history is derived again in the background.
   void scheduleSpeechRederiveAfterEdit();
-
-  // Where failure texts go instead of the alert, when set.
-  std::function<void(const QString&)> onEditFailure;
 
   const OptionalEditConfirmation& editConfirmation() const { return _editConfirmation; }
   void setEditConfirmation(OptionalEditConfirmation confirmation);

@@ -46,10 +46,6 @@ QString describe(const std::exception& error) {
 // ---- Around every road ------------------------------------------------------------------------
 
 void EditEngine::reportFailure(const QString& text) {
-  if (onEditFailure) {
-    onEditFailure(text);
-    return;
-  }
   _engine.presentEditFailure(text);
 }
 

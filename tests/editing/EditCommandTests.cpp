@@ -23,7 +23,7 @@ class EditCommandsTest : public EditingTest {
  protected:
   std::unique_ptr<AudioEngine> session(const Planar& signal, const std::string& name = "take.wav") {
     auto engine = loadSession(signal, name);
-    engine->editEngine().onEditFailure = [this](const QString& text) { failures.push_back(text); };
+    engine->setOnEditFailure([this](const QString& text) { failures.push_back(text); });
     return engine;
   }
   static QString confirmation(AudioEngine& engine) {
@@ -377,7 +377,7 @@ TEST_F(EditCommandsTest, DialogueLevellingDucksWhateverTheSignTypedAndLiftsOnlyW
   const std::string speech = folder.file("speech.wav");
   std::filesystem::copy_file(CORVANE_SOURCE_DIR "/tests/headless/speech/data/speech-16k.wav", speech);
   auto engine = makeEngine();
-  engine->editEngine().onEditFailure = [this](const QString& text) { failures.push_back(text); };
+  engine->setOnEditFailure([this](const QString& text) { failures.push_back(text); });
   LandingLog log(*engine);
   engine->loadFile(url(speech));
   ASSERT_TRUE(waitUntil([&] { return log.count(AudioEngine::Landing::metrics) == 1; }));

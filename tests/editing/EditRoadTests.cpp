@@ -24,7 +24,7 @@ class EditRoads : public EditingTest {
  protected:
   std::unique_ptr<AudioEngine> session(double seconds = 2.0, int channels = 2) {
     auto engine = loadSession(programme(48000.0, channels, seconds, 11));
-    engine->editEngine().onEditFailure = [this](const QString& text) { failures.push_back(text); };
+    engine->setOnEditFailure([this](const QString& text) { failures.push_back(text); });
     return engine;
   }
   // Memory figures under which a rebuild of `bytes` decoded bytes does not fit, while a load
@@ -154,7 +154,7 @@ TEST_F(EditRoads, FailuresLeaveTheAudioAndHistoryAsTheyWereAndSayWhy) {
             "save a trimmed copy first.");
 
   // Without a handler, the alert.
-  edits.onEditFailure = nullptr;
+  engine->setOnEditFailure(nullptr);
   AudioLoadLimits::setFiguresForTesting(MemoryFigures{0, 0});
   edits.applyEdit(std::nullopt, cut(0, 10, 0));
   ASSERT_EQ(user->seen.size(), 1u);
