@@ -12,6 +12,7 @@
 #include "app/NotificationBus.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
+#include "app/SaveCommands.h"
 #include "compare/CompareModel.h"
 #include "displays/ChannelStatsView.h"
 #include "measurement/FileAnalysis.h"
@@ -42,6 +43,7 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
   _content = new ContentView(_engine, *_commands, _bus, _alerts, this);
   setCentralWidget(_content);
   _commands->refresh();  // the info panel's check mark, now that the panel exists
+  addToolBar((new SaveCommands(*_commands, _engine, this))->toolbar());
   _commands->buildMenus(menuBar());
   _presets = std::make_unique<UserPresetStore>(_engine.settings());
 
