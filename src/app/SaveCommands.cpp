@@ -23,12 +23,6 @@ const QString SaveCommands::kSaveTip = QStringLiteral("Save the edited audio ove
 const QString SaveCommands::kSaveAsTip = QStringLiteral("Save edited audio as new file (Shift+Ctrl+S)");
 const QString SaveCommands::kDiscardTip = QStringLiteral("Discard unsaved edits and revert to the last saved version");
 
-namespace {
-// The toolbar's widgets are shown and hidden through the actions that hold them.
-constexpr const char* kBadgeAction = "saving.badge";
-constexpr const char* kSaveAction = "saving.save";
-}  // namespace
-
 SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget* window)
     : QObject(window), _commands(commands), _engine(engine), _window(window) {
   using app_menu::file;
@@ -76,12 +70,14 @@ SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget*
   _badge = new QLabel(kDirtyBadgeText, _toolbar);
   _badge->setObjectName(QStringLiteral("dirtyBadge"));
   _badge->setStyleSheet(QStringLiteral("QLabel { color: #1d1d1d; background: #f0b429; border-radius: 4px; padding: 1px 6px; }"));
-  _toolbar->addWidget(_badge)->setObjectName(QString::fromLatin1(kBadgeAction));
+  // A toolbar's widgets are shown, hidden, enabled and disabled through the actions that hold
+  // them: the toolbar copies the action's state onto the widget whenever the action changes.
+  _badgeAction = _toolbar->addWidget(_badge);
   _saveButton = new QToolButton(_toolbar);
   _saveButton->setObjectName(QStringLiteral("saveButton"));
   _saveButton->setText(QStringLiteral("Save"));
   connect(_saveButton, &QToolButton::clicked, this, [&edits] { edits.saveEditedBufferInPlace(); });
-  _toolbar->addWidget(_saveButton)->setObjectName(QString::fromLatin1(kSaveAction));
+  _saveAction = _toolbar->addWidget(_saveButton);
   // Save As and Discard run the menu's commands and follow their enabled state, with the
   // toolbar's own tooltips (a shared action would show the menu's generated ones).
   for (const auto& [id, title, tip] : {std::tuple{save_command::saveAs, QStringLiteral("Save As\u2026"), kSaveAsTip},
@@ -90,12 +86,11 @@ SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget*
     button->setObjectName(QStringLiteral("button.%1").arg(id));
     button->setText(title);
     button->setToolTip(tip);
-    const QString command = id;
-    connect(button, &QToolButton::clicked, this, [this, command] { _commands.trigger(command); });
-    QAction* action = commands.action(id);
-    connect(action, &QAction::changed, button, [button, action] { button->setEnabled(action->isEnabled()); });
-    button->setEnabled(action->isEnabled());
-    _toolbar->addWidget(button);
+    connect(button, &QToolButton::clicked, this, [this, id = id] { _commands.trigger(id); });
+    QAction* command = commands.action(id);
+    QAction* holder = _toolbar->addWidget(button);
+    connect(command, &QAction::changed, holder, [holder, command] { holder->setEnabled(command->isEnabled()); });
+    holder->setEnabled(command->isEnabled());
   }
 
   commands.refreshWhen(&edits, &EditEngine::isDirtyChanged);
@@ -118,12 +113,10 @@ void SaveCommands::refresh() {
   const bool overwrite = _engine.settings().corvaneAllowSaveOverwrite();
   _badge->setToolTip(overwrite ? kDirtyTipOverwrite : kDirtyTipSaveAs);
   const auto blocker = edits.inPlaceSaveBlocker();
-  _saveButton->setEnabled(dirty && !blocker);
   _saveButton->setToolTip(blocker ? *blocker : kSaveTip);
-  for (QAction* action : _toolbar->actions()) {
-    if (action->objectName() == QLatin1String(kBadgeAction)) action->setVisible(dirty);
-    if (action->objectName() == QLatin1String(kSaveAction)) action->setVisible(overwrite);
-  }
+  _saveAction->setEnabled(dirty && !blocker);
+  _saveAction->setVisible(overwrite);
+  _badgeAction->setVisible(dirty);
 }
 
 SettingsWindow* SaveCommands::showSettings() {

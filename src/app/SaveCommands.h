@@ -33,6 +33,7 @@
 #include "app/SettingsWindow.h"
 #include "editing/EditEngine.h"
 
+class QAction;
 class QLabel;
 class QToolBar;
 class QToolButton;
@@ -86,7 +87,9 @@ class SaveCommands : public QObject {
   QWidget* _window;
   QToolBar* _toolbar = nullptr;
   QLabel* _badge = nullptr;
+  QAction* _badgeAction = nullptr;
   QToolButton* _saveButton = nullptr;
+  QAction* _saveAction = nullptr;
   QPointer<SettingsWindow> _settingsWindow;
 };
 

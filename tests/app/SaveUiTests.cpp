@@ -146,9 +146,9 @@ class SaveUi : public test::SessionTest {
     engine.reset();
     SessionTest::TearDown();
   }
-  // A loaded 1 s stereo file with one gain edit.
-  void loadAndEdit() {
-    path = writeFile("take.wav", test::sine(48000.0, 2, 1.0, 440.0, 0.5));
+  // A loaded file (by default a 1 s stereo float WAV) with one gain edit.
+  void loadAndEdit(std::optional<std::string> file = std::nullopt) {
+    path = file ? *file : writeFile("take.wav", test::sine(48000.0, 2, 1.0, 440.0, 0.5));
     engine->loadFile(url(path));
     ASSERT_TRUE(waitUntil([&] { return !engine->isLoading() && engine->pcmBuffer() != nullptr; }));
     QCoreApplication::processEvents();
@@ -321,6 +321,35 @@ TEST_F(SaveUi, TheBadgeAndTheSaveButtonFollowTheSessionAndTheSetting) {
   EXPECT_TRUE(commands.dispatch(Qt::CTRL | Qt::Key_S));
   EXPECT_FALSE(engine->editEngine().isDirty());
   EXPECT_NE(bytesOf(path), once);
+}
+
+TEST_F(SaveUi, AFileSaveCantRewriteSaysWhyOnTheButtonAndCtrlSWithoutOverwriteIsSaveAs) {
+  const std::string mp3 = folder.file("talk.mp3");
+  ASSERT_EQ(test::runCommand("sox -V1 -R -n -r 44100 -c 2 '" + mp3 + "' synth 1 sine 440 vol 0.5").exitCode, 0);
+  loadAndEdit(mp3);
+  CommandTable& commands = window->commands();
+
+  // Overwriting off: Ctrl+S goes straight to the save panel.
+  SeenPanel panel;
+  {
+    DialogScript script;
+    script.then(inSavePanel(panel, std::nullopt));
+    EXPECT_TRUE(commands.dispatch(Qt::CTRL | Qt::Key_S));
+    EXPECT_TRUE(script.finished());
+  }
+  EXPECT_EQ(panel.title, "Save Edited Audio");
+  EXPECT_EQ(QFileInfo(panel.proposed).fileName(), "talk_edited.wav");
+  EXPECT_TRUE(engine->editEngine().isDirty());
+
+  // Overwriting on: Save shows, can't be pressed, and its tooltip says why.
+  commands.trigger(save_command::settings);
+  SettingsWindow* settings = window->findChild<SettingsWindow*>();
+  ASSERT_NE(settings, nullptr);
+  settings->allowOverwriteToggle()->click();
+  auto* save = saving->findChild<QToolButton*>(QStringLiteral("saveButton"));
+  EXPECT_TRUE(shown(QStringLiteral("saveButton")));
+  EXPECT_FALSE(save->isEnabled());
+  EXPECT_EQ(save->toolTip(), "Corvane writes WAV, AIFF, and CAF in place. MP3 files are saved as a new file with Save As.");
 }
 
 TEST_F(SaveUi, TheEditingTabStoresItsKeysAndAskOnlyChangesWhileOverwriteIsOn) {

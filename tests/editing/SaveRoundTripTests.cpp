@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -18,6 +19,8 @@
 #include "KillDuringSave.h"
 #include "editing/EditCommands.h"
 #include "headless/files/AudioFileModel.h"
+#include "headless/files/AudioFileWriter.h"
+#include "headless/files/PCMWriteSettings.h"
 #include "headless/files/InPlaceSave.h"
 #include "session/BackgroundWork.h"
 #include "session/SettingsStore.h"
@@ -126,9 +129,11 @@ ToolReport describe(const fs::path& path) {
   return report;
 }
 
-// The layout tag of a CAF file's 'chan' chunk (big-endian, after the 8-byte file header, each
-// chunk a 4-byte type and an 8-byte size); 0 when there is none.
-std::uint32_t cafLayoutTag(const fs::path& path) {
+// The body of a CAF file's 'chan' chunk as big-endian words (each chunk after the 8-byte file
+// header is a 4-byte type and an 8-byte size); empty when there is none. Word 0 is the layout
+// tag, 1 the bitmap, 2 the number of descriptions, then five words per description (label,
+// flags, three coordinates).
+std::vector<std::uint32_t> cafChannelLayout(const fs::path& path) {
   const std::string bytes = bytesOf(path);
   auto be = [&](std::size_t at, int width) {
     std::uint64_t value = 0;
@@ -138,11 +143,15 @@ std::uint32_t cafLayoutTag(const fs::path& path) {
   for (std::size_t at = 8; at + 12 <= bytes.size();) {
     const std::string type = bytes.substr(at, 4);
     const std::uint64_t size = be(at + 4, 8);
-    if (type == "chan" && at + 16 <= bytes.size()) return static_cast<std::uint32_t>(be(at + 12, 4));
+    if (type == "chan" && at + 12 + size <= bytes.size()) {
+      std::vector<std::uint32_t> words;
+      for (std::size_t word = 0; word + 4 <= size; word += 4) words.push_back(static_cast<std::uint32_t>(be(at + 12 + word, 4)));
+      return words;
+    }
     if (type == "data") break;
     at += 12 + size;
   }
-  return 0;
+  return {};
 }
 
 // One source format of the matrix, and what the tools must say about every file saved from it
@@ -320,7 +329,7 @@ TEST_F(SaveThroughSession, ASurroundLayoutSurvivesSaveAndSaveAsToWavAndCaf) {
       // Core Audio's tag for L R C LFE Ls Rs (kAudioChannelLayoutTag_MPEG_5_1_A, 121 << 16 | 6).
       // ffprobe names what that tag reads as "5.1(side)" whichever way the surrounds were
       // named in the WAV; the speakers and their order are the same.
-      EXPECT_EQ(cafLayoutTag(path), (121u << 16) | 6u);
+      EXPECT_EQ(cafChannelLayout(path).at(0), (121u << 16) | 6u);
       EXPECT_EQ(saved.layout.substr(0, 3), "5.1") << saved.layout;
     } else {
       EXPECT_EQ(saved.layout, sourceReport.layout);
@@ -339,6 +348,68 @@ TEST_F(SaveThroughSession, ASurroundLayoutSurvivesSaveAndSaveAsToWavAndCaf) {
   }
   // A 5.1 order that WAV holds asks no CAF question.
   EXPECT_TRUE(user->seen.empty());
+}
+
+TEST_F(SaveThroughSession, AnOrderWavCannotHoldIsOfferedAsCafAndKeptThere) {
+  // Top centre, then left and right: no WAV channel mask holds this order, and it is no layout
+  // that loading would reorder. Written by Corvane's writer as the fixture; what is judged is
+  // the question, the proposal and what the saved CAF declares.
+  const fs::path dir(folder.path());
+  const fs::path source = dir / "overhead.caf";
+  auto buffer = AudioBuffer::create(3, 4800, 48000.0);
+  for (int c = 0; c < 3; ++c) {
+    for (FrameCount i = 0; i < 4800; ++i) {
+      buffer->channel(c)[i] = static_cast<float>(0.25 * std::sin(2.0 * M_PI * (300.0 + 200.0 * c) * static_cast<double>(i) / 48000.0));
+    }
+  }
+  buffer->setChannelPositions({ChannelPosition::TopCenter, ChannelPosition::FrontLeft, ChannelPosition::FrontRight});
+  auto writer = AudioFileWriter::create(
+      source, PCMWriteSettings::make(AudioContainer::caf, AudioStreamFormat::of(*buffer), PCMEncoding::int24));
+  writer->write(*buffer);
+  writer->finish();
+  writer.reset();
+  const std::vector<float> original = ffmpegSamples(source);
+
+  auto engine = open(source);
+  EditEngine& edits = engine->editEngine();
+  ASSERT_EQ(engine->pcmBuffer()->channelPositions(), buffer->channelPositions());
+
+  // Cancel asks nothing further.
+  user->answers = {2};
+  edits.exportEditedBuffer();
+  ASSERT_EQ(user->seen.size(), 1u);
+  EXPECT_EQ(user->seen[0].messageText, "Save as CAF to keep the channel layout?");
+  EXPECT_TRUE(user->seen[0].informativeText.startsWith(
+      "This file's channel order (Ts L R) can't be stored in a WAV file. Saving as WAV keeps the audio but drops the "
+      "channel-layout tag"))
+      << user->seen[0].informativeText.toStdString();
+  EXPECT_EQ(user->seen[0].buttons, (QStringList{"Save as CAF", "Save as WAV Anyway", "Cancel"}));
+  EXPECT_TRUE(requests.empty());
+
+  // Save as CAF: a CAF is proposed, and the order stands in it as one description per channel
+  // (Core Audio labels: TopCenterSurround 12, Left 1, Right 2).
+  user->answers = {0};
+  nextLocation = dir / "overhead_edited.caf";
+  edits.exportEditedBuffer();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].proposedName, "overhead_edited.caf");
+  EXPECT_EQ(requests[0].extension, "caf");
+  const std::vector<std::uint32_t> layout = cafChannelLayout(*nextLocation);
+  ASSERT_EQ(layout.size(), 3u + 3u * 5u);
+  EXPECT_EQ(layout[0], 0u);  // kAudioChannelLayoutTag_UseChannelDescriptions
+  EXPECT_EQ(layout[2], 3u);
+  EXPECT_EQ((std::vector<std::uint32_t>{layout[3], layout[8], layout[13]}), (std::vector<std::uint32_t>{12, 1, 2}));
+  EXPECT_TRUE(sameBits(ffmpegSamples(*nextLocation), original));
+  EXPECT_EQ(describe(*nextLocation).soxBits, 24);
+
+  // Save as WAV Anyway: a WAV with the audio in the same order.
+  user->answers = {1};
+  nextLocation = dir / "overhead.wav";
+  edits.exportEditedBuffer();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[1].proposedName, "overhead_edited_edited.wav");
+  EXPECT_EQ(describe(*nextLocation).formatName, "wav");
+  EXPECT_TRUE(sameBits(ffmpegSamples(*nextLocation), original));
 }
 
 // ---- What can go wrong -------------------------------------------------------------------------
