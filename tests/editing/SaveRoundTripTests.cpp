@@ -2,7 +2,8 @@
 // back by ffmpeg (the samples, bit for bit) and described by ffprobe, sndfile-info and sox
 // (container, encoding, bit depth, rate, channels, layout); a save killed at any moment, a
 // full disk, a symbolic link and every spelling of the loaded file are tried on the session's
-// own commands, not on the file layer beneath them.
+// own commands, not on the file layer beneath them; and the questions before the session is
+// left (another file, the compare view) save for real before they let it go.
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -410,6 +411,71 @@ TEST_F(SaveThroughSession, AnOrderWavCannotHoldIsOfferedAsCafAndKeptThere) {
   EXPECT_EQ(requests[1].proposedName, "overhead_edited_edited.wav");
   EXPECT_EQ(describe(*nextLocation).formatName, "wav");
   EXPECT_TRUE(sameBits(ffmpegSamples(*nextLocation), original));
+}
+
+// ---- Leaving the session -------------------------------------------------------------------------
+
+TEST_F(SaveThroughSession, LeavingForAnotherFileOrForCompareSavesForRealFirst) {
+  const fs::path dir(folder.path());
+  const fs::path file = dir / "mix.wav";
+  const fs::path next = dir / "next.wav";
+  ASSERT_EQ(runCommand("sox -V1 -R -n -r 48000 -c 2 -b 24 " + quoted(file) + " synth 0.5 sine 440 sine 660").exitCode, 0);
+  ASSERT_EQ(runCommand("sox -V1 -R -n -r 48000 -c 2 -b 16 " + quoted(next) + " synth 0.5 sine 330 sine 550").exitCode, 0);
+  const std::vector<float> mix = ffmpegSamples(file);
+  const std::vector<float> nextOriginal = ffmpegSamples(next);
+  auto engine = open(file);
+  EditEngine& edits = engine->editEngine();
+  EditCommands(*engine).applyChannelSwap();
+
+  // Opening another file: "Save…" is a Save As; once it is written the other file loads.
+  user->answers = {0};
+  nextLocation = dir / "mix-swapped.wav";
+  {
+    LandingLog log(*engine);
+    engine->openURLs({url(next.string())});
+    ASSERT_EQ(user->seen.size(), 1u);
+    EXPECT_EQ(user->seen[0].informativeText,
+              "Opening the new file replaces the edited audio. Save your edits first, discard them, or cancel?");
+    EXPECT_EQ(user->seen[0].buttons, (QStringList{"Save…", "Discard Edits", "Cancel"}));
+    EXPECT_TRUE(sameBits(ffmpegSamples(*nextLocation), framesOf(mix, 2, 0, mix.size() / 2, true)));
+    ASSERT_TRUE(waitUntil([&] { return log.count(AudioEngine::Landing::metrics) == 1; }));
+  }
+  waitForBackgroundWork();
+  EXPECT_EQ(engine->loadedFile()->url, next);
+  EXPECT_FALSE(edits.isDirty());
+  EXPECT_TRUE(sameBits(ffmpegSamples(file), mix));
+
+  // Compare, with overwriting allowed and unconfirmed: "Save" writes over the file, then the
+  // compare view opens.
+  allowSilentOverwrite();
+  EditCommands(*engine).applyChannelSwap();
+  user->answers = {0};
+  EXPECT_TRUE(engine->setMode(AudioEngine::Mode::compare, true));
+  ASSERT_EQ(user->seen.size(), 2u);
+  EXPECT_EQ(user->seen[1].messageText, "Unsaved Edits");
+  EXPECT_EQ(user->seen[1].informativeText,
+            "Comparing files sets the edited audio aside. Save it first, discard your edits, or cancel?");
+  EXPECT_EQ(user->seen[1].buttons, (QStringList{"Save", "Discard", "Cancel"}));
+  EXPECT_TRUE(engine->isCompareMode());
+  EXPECT_FALSE(edits.isDirty());
+  EXPECT_TRUE(sameBits(ffmpegSamples(next), framesOf(nextOriginal, 2, 0, nextOriginal.size() / 2, true)));
+
+  // A save that fails (the file was moved away) keeps the session out of compare, edits kept.
+  engine->setMode(AudioEngine::Mode::compare, false);
+  EditCommands(*engine).applyChannelSwap();
+  fs::rename(next, dir / "moved.wav");
+  user->answers = {0, 1};  // "Save", then "Cancel" in the failure's alert
+  EXPECT_FALSE(engine->setMode(AudioEngine::Mode::compare, true));
+  ASSERT_EQ(user->seen.size(), 4u);
+  EXPECT_EQ(user->seen[3].messageText, "Couldn't save over the file");
+  EXPECT_EQ(user->seen[3].informativeText,
+            "next.wav can't be found any more; it may have been moved or deleted. Save As still works.");
+  EXPECT_FALSE(engine->isCompareMode());
+  EXPECT_TRUE(edits.isDirty());
+  // "Discard" sets the edits aside and opens compare.
+  user->answers = {1};
+  EXPECT_TRUE(engine->setMode(AudioEngine::Mode::compare, true));
+  EXPECT_TRUE(engine->isCompareMode());
 }
 
 // ---- What can go wrong -------------------------------------------------------------------------
