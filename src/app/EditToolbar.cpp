@@ -239,6 +239,10 @@ void EditToolbar::addApply(QFrame* popover, std::function<void()> apply) {
   });
   row->addWidget(button);
   layoutOf(popover)->addLayout(row);
+  // Return in any field applies, as in a dialog.
+  for (QLineEdit* field : popover->findChildren<QLineEdit*>()) {
+    connect(field, &QLineEdit::returnPressed, button, &QPushButton::click);
+  }
 }
 
 void EditToolbar::openPopover(EditControl control) {

@@ -541,5 +541,58 @@ TEST_F(EditUiTest, ATargetsLimitRequestOpensTheFormThatActsOnTheWholeFile) {
   EXPECT_TRUE(sameBits(liveSamples(*engine), original));
 }
 
+// A target row asks to normalise to −16 LUFS: the form reads the file's loudness now, the
+// target, the gain between them and the basis, with the target's ceiling in the field; Apply
+// lands the whole file on the target by libebur128, its true peak under the ceiling.
+TEST_F(EditUiTest, ATargetsNormalizeRequestShowsItsReadingsAndLandsOnTheTarget) {
+  test::Planar signal = test::programme(kRate, 2, 12.0, 11);
+  load(signal);
+  const double before = test::ebur128Measure(signal).integrated;
+  LoudnessTargets& targets = engine->analysis().targets();
+  targets.setLoudnessDisplayMode(LoudnessDisplayMode::offline);
+  const double now = targets.displayIntegratedLUFS();
+  ASSERT_TRUE(std::isfinite(now));
+  EXPECT_NEAR(now, before, 0.1);
+  ASSERT_GT(std::fabs(now + 16.0), 1.0);  // far enough from the target for the edit to show
+
+  LoudnessTarget target;
+  target.id = "test-podcast";
+  target.displayName = "Podcast −16";
+  target.source = LoudnessSource::integrated;
+  target.referenceLevel = -16.0f;
+  target.tolerance = 1.0f;
+  target.truePeakCeilingDBTP = -1.5f;
+  targets.requestNormalizeToTarget(target);
+  ASSERT_TRUE(engine->isModeOn(AudioEngine::Mode::edit));
+  EditToolbar* bar = toolbar();
+  ASSERT_TRUE(waitUntil([&] { return bar->popover() != nullptr; }, 5.0));
+  EXPECT_FALSE(targets.pendingNormalize().has_value());
+  EXPECT_NE(inPopover<QLabel>(QStringLiteral("editPopover.title"), QStringLiteral("Normalize")), nullptr);
+  const auto row = [&](const char* name) {
+    auto* label = inPopover<QLabel>(QStringLiteral("editPopover.row.%1").arg(QLatin1String(name)));
+    return label ? label->text() : QStringLiteral("(none)");
+  };
+  const double gain = -16.0 - now;
+  EXPECT_EQ(row("Now"), QString::asprintf("%.1f LUFS", now));
+  EXPECT_EQ(row("Target"), "-16.0 LUFS");
+  EXPECT_EQ(row("Gain"), (gain >= 0 ? QStringLiteral("+") : QString()) + QString::asprintf("%.1f dB", gain));
+  EXPECT_EQ(row("Basis"), "Integrated");
+  ASSERT_NE(field(), nullptr);
+  EXPECT_EQ(field()->text(), "-1.5");
+  // Return in the field applies.
+  QTest::keyClick(field(), Qt::Key_Return);
+  EXPECT_TRUE(waitUntil([&] { return bar->popover() == nullptr; }, 5.0));
+
+  test::Planar result(kRate, 2);
+  result.channels = liveSamples(*engine);
+  ASSERT_EQ(result.frames(), signal.frames());
+  const test::OracleResult after = test::ebur128Measure(result);
+  EXPECT_NEAR(after.integrated, -16.0, 0.1);
+  for (const double peak : after.truePeakDB) EXPECT_LE(peak, -1.5 + 0.1);
+  EXPECT_EQ(bar->confirmationLabel()->text(), "Normalized to -16.0 LUFS, peak-limited at -1.5 dBTP");
+  menuItem("Undo")->trigger();
+  EXPECT_TRUE(sameBits(liveSamples(*engine), original));
+}
+
 }  // namespace
 }  // namespace corvane
