@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFrame>
 #include <QLabel>
@@ -23,6 +24,7 @@
 #include "app/CommandTable.h"
 #include "app/EditMenuCommands.h"
 #include "app/EditToolbar.h"
+#include "dialogue/DialogueModel.h"
 #include "editing/EditEngine.h"
 #include "measurement/FileAnalysis.h"
 #include "measurement/LoudnessTargets.h"
@@ -592,6 +594,85 @@ TEST_F(EditUiTest, ATargetsNormalizeRequestShowsItsReadingsAndLandsOnTheTarget) 
   EXPECT_EQ(bar->confirmationLabel()->text(), "Normalized to -16.0 LUFS, peak-limited at -1.5 dBTP");
   menuItem("Undo")->trigger();
   EXPECT_TRUE(sameBits(liveSamples(*engine), original));
+}
+
+// Level Dialogue on real speech: without a dialogue reading the popover says the lift is
+// unavailable and greys its switch; the "24 dB" chip ducks the room tone between phrases by
+// 24 dB and leaves the phrases themselves alone (measured per 0.1 s block of the speech mask,
+// away from the gate's attack and release).
+TEST_F(EditUiTest, LevelDialogueDucksTheRoomToneByTheChipsDepth) {
+  // Two takes of a phrase with room tone (quiet noise) before, between and after them.
+  const std::string speech = folder.file("speech.wav");
+  std::filesystem::copy_file(CORVANE_SOURCE_DIR "/tests/headless/speech/data/speech-16k.wav", speech);
+  {
+    test::LandingLog log(*engine);
+    engine->loadFile(url(speech));
+    ASSERT_TRUE(waitUntil([&] { return log.count(AudioEngine::Landing::metrics) == 1; }));
+  }
+  test::Planar phrase(16000.0, 1);
+  phrase.channels = liveSamples(*engine);
+  test::Planar take = test::bandLimitedNoise(16000.0, 1, 2.0, 4000.0, -55.0, 0.0, 3);
+  take.append(phrase);
+  take.append(test::bandLimitedNoise(16000.0, 1, 2.0, 4000.0, -55.0, 0.0, 4));
+  take.append(phrase);
+  take.append(test::bandLimitedNoise(16000.0, 1, 2.0, 4000.0, -55.0, 0.0, 5));
+  load(take, "dialogue.wav");
+  const SharedSpeechHistory history = engine->dialogue().fileSpeechHistory();
+  if (!history || history->empty()) GTEST_SKIP() << "no speech model installed";
+  editMode();
+  EditToolbar* bar = toolbar();
+  ASSERT_TRUE(bar->button(EditControl::levelDialogue)->isEnabled());
+
+  // Live readings while stopped: no dialogue reading, so no lift.
+  ASSERT_FALSE(std::isfinite(engine->analysis().targets().displayDialogGatedLUFS()));
+  bar->button(EditControl::levelDialogue)->click();
+  ASSERT_NE(bar->popover(), nullptr);
+  auto* lift = inPopover<QCheckBox>(QStringLiteral("editPopover.lift"));
+  ASSERT_NE(lift, nullptr);
+  EXPECT_FALSE(lift->isEnabled());
+  bool saysUnavailable = false;
+  for (QLabel* text : bar->popover()->findChildren<QLabel*>(QStringLiteral("editPopover.text"))) {
+    saysUnavailable |= text->text().contains(QStringLiteral("lifting to a target is unavailable"));
+  }
+  EXPECT_TRUE(saysUnavailable);
+  EXPECT_EQ(field()->text(), "18");
+  chip("24 dB")->click();
+  EXPECT_EQ(field()->text(), "24");
+  const ChannelData before = liveSamples(*engine);
+  apply();
+  EXPECT_EQ(bar->confirmationLabel()->text(), "Ducked room tone 24 dB between phrases");
+  const ChannelData after = liveSamples(*engine);
+  ASSERT_EQ(after[0].size(), before[0].size());
+
+  // Blocks whose neighbours within half a second share their state.
+  const double rate = engine->pcmBuffer()->sampleRate();
+  const auto blockFrames = static_cast<std::size_t>(std::lround(rate * 0.1));
+  const auto energy = [&](const ChannelData& data, std::size_t block) {
+    double sum = 0.0;
+    for (std::size_t i = block * blockFrames; i < std::min(data[0].size(), (block + 1) * blockFrames); ++i) {
+      sum += static_cast<double>(data[0][i]) * data[0][i];
+    }
+    return sum;
+  };
+  int ducked = 0, kept = 0;
+  for (std::size_t b = 5; b + 5 < history->size() && (b + 1) * blockFrames <= before[0].size(); ++b) {
+    bool steady = true;
+    for (std::size_t n = b - 5; n <= b + 5; ++n) steady &= (*history)[n] == (*history)[b];
+    const double e = energy(before, b);
+    if (!steady || e <= 1e-12) continue;
+    const double changeDB = 10.0 * std::log10(energy(after, b) / e);
+    if ((*history)[b]) {
+      EXPECT_NEAR(changeDB, 0.0, 0.1) << "speech block " << b;
+      ++kept;
+    } else {
+      EXPECT_NEAR(changeDB, -24.0, 0.5) << "room tone block " << b;
+      ++ducked;
+    }
+  }
+  EXPECT_GT(kept, 0);
+  EXPECT_GT(ducked, 0);
+  menuItem("Undo")->trigger();
+  EXPECT_TRUE(sameBits(liveSamples(*engine), before));
 }
 
 }  // namespace
