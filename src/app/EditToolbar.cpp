@@ -68,6 +68,19 @@ QLabel* wrappedLabel(const QString& text, QWidget* parent, const QString& name) 
 
 QVBoxLayout* layoutOf(QFrame* popover) { return static_cast<QVBoxLayout*>(popover->layout()); }
 
+// A list of choices under the popover's last row, showing `current`; `chosen` gets the index
+// the user picks (null: the caller connects it).
+QComboBox* addChoice(QFrame* popover, const QString& name, const QStringList& items, int current,
+                     const std::function<void(int)>& chosen) {
+  auto* box = new QComboBox(popover);
+  box->setObjectName(name);
+  box->addItems(items);
+  box->setCurrentIndex(current);
+  if (chosen) QObject::connect(box, &QComboBox::currentIndexChanged, popover, chosen);
+  layoutOf(popover)->addWidget(box);
+  return box;
+}
+
 }  // namespace
 
 EditToolbar::EditToolbar(AudioEngine& engine, EditCommands& edits, CommandTable& commands, QWidget* parent)
@@ -135,7 +148,7 @@ EditToolbar::EditToolbar(AudioEngine& engine, EditCommands& edits, CommandTable&
   refreshConfirmation();
 }
 
-EditToolbar::~EditToolbar() { delete _popover.data(); }
+EditToolbar::~EditToolbar() = default;
 
 QToolButton* EditToolbar::button(EditControl control) const {
   const auto found = _buttons.find(control);
@@ -309,31 +322,21 @@ void EditToolbar::openPopover(EditControl control) {
       addApply(popover, [this] { _edits.performAddSilence(_state); });
       break;
     }
-    case EditControl::fade: {
-      auto* direction = new QComboBox(popover);
-      direction->setObjectName(QStringLiteral("editPopover.direction"));
-      direction->addItems({QStringLiteral("Fade In"), QStringLiteral("Fade Out")});
-      direction->setCurrentIndex(static_cast<int>(_state.fadeDirection));
-      connect(direction, &QComboBox::currentIndexChanged, this,
-              [this](int index) { _state.fadeDirection = static_cast<EditOperations::FadeDirection>(index); });
-      auto* curve = new QComboBox(popover);
-      curve->setObjectName(QStringLiteral("editPopover.curve"));
-      curve->addItems({QStringLiteral("Linear"), QStringLiteral("Log"), QStringLiteral("Equal Power")});
-      curve->setCurrentIndex(static_cast<int>(_state.fadeCurve));
-      connect(curve, &QComboBox::currentIndexChanged, this,
-              [this](int index) { _state.fadeCurve = static_cast<EditOperations::FadeCurve>(index); });
-      layout->addWidget(direction);
-      layout->addWidget(curve);
+    case EditControl::fade:
+      addChoice(popover, QStringLiteral("editPopover.direction"), {QStringLiteral("Fade In"), QStringLiteral("Fade Out")},
+                static_cast<int>(_state.fadeDirection),
+                [this](int index) { _state.fadeDirection = static_cast<EditOperations::FadeDirection>(index); });
+      addChoice(popover, QStringLiteral("editPopover.curve"),
+                {QStringLiteral("Linear"), QStringLiteral("Log"), QStringLiteral("Equal Power")},
+                static_cast<int>(_state.fadeCurve),
+                [this](int index) { _state.fadeCurve = static_cast<EditOperations::FadeCurve>(index); });
       addHint();
       addApply(popover, [this] { _edits.performFade(_state); });
       break;
-    }
     case EditControl::normalize: {
-      auto* mode = new QComboBox(popover);
-      mode->setObjectName(QStringLiteral("editPopover.mode"));
-      mode->addItems({QStringLiteral("Peak (dBFS)"), QStringLiteral("Loudness (LUFS)")});
-      mode->setCurrentIndex(_state.normalizeMode == NormalizeMode::peak ? 0 : 1);
-      layout->addWidget(mode);
+      QComboBox* mode = addChoice(popover, QStringLiteral("editPopover.mode"),
+                                  {QStringLiteral("Peak (dBFS)"), QStringLiteral("Loudness (LUFS)")},
+                                  _state.normalizeMode == NormalizeMode::peak ? 0 : 1, {});
       // Both forms are built; the mode shows one of them.
       auto* peak = new QWidget(popover);
       auto* lufs = new QWidget(popover);

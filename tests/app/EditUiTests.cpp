@@ -486,6 +486,38 @@ TEST_F(EditUiTest, PopoverQuickValuesFillTheFieldAndApplyEditsTheFile) {
   menuItem("Undo")->trigger();
   EXPECT_TRUE(sameBits(liveSamples(*engine), original));
 
+  // Fade with the popover's direction and curve: a linear fade out over the selection, so the
+  // gain a tenth of the way in is 0.9 and half-way 0.5 (an equal-power curve would give 0.71
+  // there, a fade in 0.1 and 0.5); outside the selection nothing changes.
+  select(1.0, 2.0);
+  bar->button(EditControl::fade)->click();
+  auto* direction = inPopover<QComboBox>(QStringLiteral("editPopover.direction"));
+  auto* curve = inPopover<QComboBox>(QStringLiteral("editPopover.curve"));
+  ASSERT_TRUE(direction && curve);
+  EXPECT_EQ(direction->currentText(), "Fade In");
+  EXPECT_EQ(curve->currentText(), "Linear");
+  direction->setCurrentText(QStringLiteral("Fade Out"));
+  apply();
+  const ChannelData faded = liveSamples(*engine);
+  // The gain at a frame, read over the nearby samples where the tone is strong.
+  const auto gainAt = [&](std::size_t frame) {
+    double num = 0.0, den = 0.0;
+    for (std::size_t i = frame - 50; i < frame + 50; ++i) {
+      num += static_cast<double>(faded[0][i]) * original[0][i];
+      den += static_cast<double>(original[0][i]) * original[0][i];
+    }
+    return num / den;
+  };
+  EXPECT_NEAR(gainAt(48000 + 4800), 0.9, 0.01);
+  EXPECT_NEAR(gainAt(72000), 0.5, 0.01);
+  EXPECT_LT(std::fabs(faded[0][95999]), 0.001);
+  for (std::size_t c = 0; c < 2; ++c) {
+    EXPECT_TRUE(std::equal(faded[c].begin(), faded[c].begin() + 48000, original[c].begin())) << c;
+    EXPECT_TRUE(std::equal(faded[c].begin() + 96000, faded[c].end(), original[c].begin() + 96000)) << c;
+  }
+  menuItem("Undo")->trigger();
+  EXPECT_TRUE(sameBits(liveSamples(*engine), original));
+
   // Normalize to a peak of −6 dBFS on the whole file: the chip values, then the typed target.
   engine->transport().setSelection(std::nullopt);
   bar->button(EditControl::normalize)->click();
