@@ -24,6 +24,7 @@
 #include "app/CommandTable.h"
 #include "app/EditMenuCommands.h"
 #include "app/EditToolbar.h"
+#include "app/GlobalKeyFilter.h"
 #include "dialogue/DialogueModel.h"
 #include "editing/EditEngine.h"
 #include "measurement/FileAnalysis.h"
@@ -705,6 +706,44 @@ TEST_F(EditUiTest, LevelDialogueDucksTheRoomToneByTheChipsDepth) {
   EXPECT_GT(ducked, 0);
   menuItem("Undo")->trigger();
   EXPECT_TRUE(sameBits(liveSamples(*engine), before));
+}
+
+// Real key presses through the application's key filter: Backspace and Ctrl+Backspace typed in
+// a popover's field edit its text and leave the file alone; once the popover is gone, the same
+// Backspace cuts the selection.
+TEST_F(EditUiTest, KeysTypedInAPopoverEditItsFieldNotTheFile) {
+  GlobalKeyFilter filter(window->commands(), bus, [] {});
+  filter.setMainWindow(window.get());
+  qApp->installEventFilter(&filter);
+  load(test::sine(kRate, 2, 3.0, 440.0, 0.5));
+  editMode();
+  select(1.0, 2.0);
+  // With the playhead inside the file, Ctrl+Backspace would be Cut to Start.
+  engine->transport().placePlayhead(1.5);
+  EditToolbar* bar = toolbar();
+
+  bar->button(EditControl::cut)->click();
+  ASSERT_NE(field(), nullptr);
+  field()->setFocus();
+  field()->setText(QStringLiteral("125"));
+  field()->setCursorPosition(3);
+  QTest::keyClick(field(), Qt::Key_Backspace);
+  EXPECT_EQ(field()->text(), "12");
+  QTest::keyClick(field(), Qt::Key_Backspace, Qt::ControlModifier);
+  EXPECT_EQ(field()->text(), "");
+  EXPECT_TRUE(sameBits(liveSamples(*engine), original));
+  EXPECT_EQ(engine->editEngine().undoDepth(), 0);
+
+  // Escape closes the popover; the text typed stays for the next time.
+  QTest::keyClick(field(), Qt::Key_Escape);
+  EXPECT_TRUE(waitUntil([&] { return bar->popover() == nullptr; }, 5.0));
+  EXPECT_EQ(bar->state().cutCrossfadeMs, "");
+  EXPECT_TRUE(engine->transport().selection().has_value());
+
+  QTest::keyClick(window->content(), Qt::Key_Backspace);
+  EXPECT_EQ(liveSamples(*engine)[0].size(), original[0].size() - 48000);
+  EXPECT_EQ(engine->editEngine().undoDepth(), 1);
+  qApp->removeEventFilter(&filter);
 }
 
 }  // namespace
