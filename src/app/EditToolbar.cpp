@@ -66,6 +66,14 @@ QLabel* wrappedLabel(const QString& text, QWidget* parent, const QString& name) 
   return label;
 }
 
+QLabel* titleLabel(const QString& text, QWidget* parent) {
+  QLabel* title = wrappedLabel(text, parent, QStringLiteral("editPopover.title"));
+  QFont bold = title->font();
+  bold.setBold(true);
+  title->setFont(bold);
+  return title;
+}
+
 QVBoxLayout* layoutOf(QFrame* popover) { return static_cast<QVBoxLayout*>(popover->layout()); }
 
 // A list of choices under the popover's last row, showing `current`; `chosen` gets the index
@@ -110,7 +118,8 @@ EditToolbar::EditToolbar(AudioEngine& engine, EditCommands& edits, CommandTable&
   layout->addStretch(1);
 
   // Undo and Redo are the table's commands: enabled where the menu's are.
-  for (const auto& [control, id] : {std::pair{EditControl::undo, edit_command::undo}, std::pair{EditControl::redo, edit_command::redo}}) {
+  for (const auto& [control, id] :
+       {std::pair{EditControl::undo, edit_command::undo}, std::pair{EditControl::redo, edit_command::redo}}) {
     QToolButton* button = _buttons.at(control);
     if (QAction* action = _commands.action(id)) {
       const auto follow = [button, action] { button->setEnabled(action->isEnabled()); };
@@ -262,13 +271,7 @@ void EditToolbar::openPopover(EditControl control) {
   QFrame* popover = newPopover(control);
   QVBoxLayout* layout = layoutOf(popover);
   const auto addTexts = [&](const EditPopover& data) {
-    if (!data.title.isEmpty()) {
-      QLabel* title = wrappedLabel(data.title, popover, QStringLiteral("editPopover.title"));
-      QFont bold = title->font();
-      bold.setBold(true);
-      title->setFont(bold);
-      layout->addWidget(title);
-    }
+    if (!data.title.isEmpty()) layout->addWidget(titleLabel(data.title, popover));
     for (const QString& text : data.texts) layout->addWidget(wrappedLabel(text, popover, QStringLiteral("editPopover.text")));
   };
   const auto addHint = [&] {
@@ -387,8 +390,10 @@ void EditToolbar::openPopover(EditControl control) {
       lift->setEnabled(reading);
       connect(lift, &QCheckBox::toggled, this, [this](bool on) { _state.dialogueLiftToTarget = on; });
       layout->addWidget(lift);
-      QLineEdit* target = addField(popover, layout, QStringLiteral("Target"), &EditToolbarState::dialogueTargetLKFS, QStringLiteral("LKFS"));
-      QLineEdit* ceiling = addField(popover, layout, QStringLiteral("Ceiling"), &EditToolbarState::dialogueCeilingDBTP, QStringLiteral("dBTP"));
+      QLineEdit* target = addField(popover, layout, QStringLiteral("Target"), &EditToolbarState::dialogueTargetLKFS,
+                                   QStringLiteral("LKFS"));
+      QLineEdit* ceiling = addField(popover, layout, QStringLiteral("Ceiling"), &EditToolbarState::dialogueCeilingDBTP,
+                                    QStringLiteral("dBTP"));
       const auto liftFields = [this, target, ceiling, reading] {
         target->setEnabled(reading && _state.dialogueLiftToTarget);
         ceiling->setEnabled(reading && _state.dialogueLiftToTarget);
@@ -423,11 +428,7 @@ void EditToolbar::takeTargetRequest() {
 void EditToolbar::openTargetForm(const EditTargetForm& form) {
   QFrame* popover = newPopover(form.normalize ? EditControl::normalize : EditControl::limitTP);
   QVBoxLayout* layout = layoutOf(popover);
-  QLabel* title = wrappedLabel(form.title, popover, QStringLiteral("editPopover.title"));
-  QFont bold = title->font();
-  bold.setBold(true);
-  title->setFont(bold);
-  layout->addWidget(title);
+  layout->addWidget(titleLabel(form.title, popover));
   if (!form.rows.empty()) {
     auto* rows = new QFormLayout;
     for (const auto& [name, value] : form.rows) {

@@ -409,7 +409,9 @@ TEST_F(EditUiTest, PopoverQuickValuesFillTheFieldAndApplyEditsTheFile) {
   EXPECT_TRUE(bar->popover()->isVisible());
   EXPECT_NE(inPopover<QLabel>(QStringLiteral("editPopover.scope"), QStringLiteral("Applies to the whole file.")), nullptr);
   QStringList faces;
-  for (QPushButton* button : bar->popover()->findChildren<QPushButton*>(QStringLiteral("editPopover.chip"))) faces << button->text();
+  for (QPushButton* button : bar->popover()->findChildren<QPushButton*>(QStringLiteral("editPopover.chip"))) {
+    faces << button->text();
+  }
   EXPECT_EQ(faces, (QStringList{"-6 dB", "-3 dB", "-1 dB", "+1 dB", "+3 dB", "+6 dB"}));
   ASSERT_NE(field(), nullptr);
   EXPECT_EQ(field()->text(), "0.0");
@@ -462,8 +464,9 @@ TEST_F(EditUiTest, PopoverQuickValuesFillTheFieldAndApplyEditsTheFile) {
   menuItem("Undo")->trigger();
   EXPECT_TRUE(sameBits(liveSamples(*engine), original));
 
-  // Add Silence with a selection offers the selection's anchors and keeps the first anchor,
-  // "Insert at playhead", which stands with or without a selection; a duration of 24000 samples placed after the selection lengthens the file.
+  // Add Silence with a selection offers the selection's anchors and keeps the anchor it had,
+  // "Insert at playhead" (the default), which stands with or without a selection; a duration
+  // of 24000 samples placed after the selection lengthens the file.
   // (The undo of a cut changed the length back, which takes the selection away.)
   select(1.0, 2.0);
   bar->button(EditControl::addSilence)->click();
