@@ -38,6 +38,7 @@ double steppedRate(double rate, int direction) {
 void registerAppCommands(CommandTable& commands, AudioEngine& engine, NotificationBus& bus, AppCommandHooks hooks) {
   using namespace app_menu;
   commands.declareMenu(file, QStringLiteral("&File"), {QStringLiteral("open"), QStringLiteral("raw"), QStringLiteral("quit")});
+  commands.declareMenu(edit, QStringLiteral("&Edit"), editGroups);
   commands.declareMenu(view, QStringLiteral("&View"),
                        {QStringLiteral("transport"), QStringLiteral("rate"), QStringLiteral("skip"), QStringLiteral("loop"),
                         QStringLiteral("selection"), QStringLiteral("panels"), QStringLiteral("focus")});

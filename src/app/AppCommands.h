@@ -15,6 +15,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <functional>
 
 namespace corvane {
@@ -26,6 +27,10 @@ class NotificationBus;
 // Menu paths and groups later subsystems add to.
 namespace app_menu {
 inline const QString file = QStringLiteral("File");
+inline const QString edit = QStringLiteral("Edit");
+// Undo and Redo, the save commands, then the editor's groups (EditMenuCommands).
+inline const QStringList editGroups{QStringLiteral("undo"), QStringLiteral("save"), QStringLiteral("cut"),
+                                    QStringLiteral("playhead"), QStringLiteral("fades"), QStringLiteral("gain")};
 inline const QString view = QStringLiteral("View");
 inline const QString window = QStringLiteral("Window");
 inline const QString help = QStringLiteral("Help");

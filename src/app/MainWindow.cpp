@@ -8,6 +8,8 @@
 #include "app/AppCommands.h"
 #include "app/CommandTable.h"
 #include "app/ContentView.h"
+#include "app/EditMenuCommands.h"
+#include "app/EditToolbar.h"
 #include "app/FilePanels.h"
 #include "app/NotificationBus.h"
 #include "app/OutputPanel.h"
@@ -40,8 +42,11 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
                          if (_content) _content->setInfoPanelShown(on);
                        },
                        .about = [this] { showAbout(); }});
+  _editCommands = std::make_unique<EditCommands>(_engine);
+  registerEditCommands(*_commands, _engine, *_editCommands);
   _content = new ContentView(_engine, *_commands, _bus, _alerts, this);
   setCentralWidget(_content);
+  _content->addModeToolbar(static_cast<int>(AudioEngine::Mode::edit), new EditToolbar(_engine, *_editCommands, *_commands));
   _commands->refresh();  // the info panel's check mark, now that the panel exists
   addToolBar((new SaveCommands(*_commands, _engine, this))->toolbar());
   _commands->buildMenus(menuBar());

@@ -22,6 +22,7 @@ class AudioEngine;
 class ChannelStatsView;
 class CommandTable;
 class ContentView;
+class EditCommands;
 class AlertPresenter;
 class NotificationBus;
 class OutputPanel;
@@ -62,6 +63,7 @@ class MainWindow : public QMainWindow {
   std::shared_ptr<AlertPresenter> _alerts;
   CommandTable* _commands;
   ContentView* _content = nullptr;
+  std::unique_ptr<EditCommands> _editCommands;
   std::unique_ptr<UserPresetStore> _presets;
   QPointer<OutputPanel> _outputPanel;
   QPointer<ChannelStatsView> _channelStats;
