@@ -14,6 +14,7 @@
 #include "app/NotificationBus.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
+#include "app/SaveCommands.h"
 #include "compare/CompareModel.h"
 #include "displays/ChannelStatsView.h"
 #include "measurement/FileAnalysis.h"
@@ -47,6 +48,7 @@ MainWindow::MainWindow(AudioEngine& engine, NotificationBus& bus, std::shared_pt
   setCentralWidget(_content);
   _content->addModeToolbar(static_cast<int>(AudioEngine::Mode::edit), new EditToolbar(_engine, *_editCommands, *_commands));
   _commands->refresh();  // the info panel's check mark, now that the panel exists
+  addToolBar((new SaveCommands(*_commands, _engine, this))->toolbar());
   _commands->buildMenus(menuBar());
   _presets = std::make_unique<UserPresetStore>(_engine.settings());
 

@@ -1,5 +1,6 @@
 #include "app/MessageBoxAlertPresenter.h"
 
+#include <QCheckBox>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -22,7 +23,10 @@ int MessageBoxAlertPresenter::present(const SessionAlert& alert) {
   // Escape answers as Cancel where there is one.
   const auto cancel = titles.indexOf(QStringLiteral("Cancel"));
   if (cancel >= 0) box.setEscapeButton(buttons[static_cast<std::size_t>(cancel)]);
+  // "Don't ask again": its state is read once the box has closed.
+  if (!alert.suppressionTitle.isEmpty()) box.setCheckBox(new QCheckBox(alert.suppressionTitle, &box));
   box.exec();
+  if (box.checkBox()) _suppressionChecked = box.checkBox()->isChecked();
   for (std::size_t i = 0; i < buttons.size(); ++i) {
     if (box.clickedButton() == buttons[i]) return static_cast<int>(i);
   }

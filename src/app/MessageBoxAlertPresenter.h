@@ -4,7 +4,7 @@
 // stand in reading order with the first as the default (Return) button. The answer is the index
 // of the button pressed. Escape presses "Cancel" where the alert has one; a box closed any
 // other way answers AlertPresenter::kNoButton, which every question takes as its cautious
-// answer.
+// answer. An alert with a suppression title shows it as a check box under the text, unticked.
 //
 // Thread class: main thread; present() runs a nested event loop.
 #pragma once
@@ -23,9 +23,11 @@ class MessageBoxAlertPresenter : public AlertPresenter {
   void setParent(QWidget* parent) { _parent = parent; }
 
   int present(const SessionAlert& alert) override;
+  bool suppressionChecked() const override { return _suppressionChecked; }
 
  private:
   QPointer<QWidget> _parent;
+  bool _suppressionChecked = false;
 };
 
 }  // namespace corvane

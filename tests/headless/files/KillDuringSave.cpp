@@ -6,13 +6,25 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <thread>
-
-#include "FileTestSupport.h"
 
 namespace corvane::test {
 
 namespace {
+
+// The file's bytes. Kept here rather than taken from the file tests' support, so that tests of
+// other folders (the session's Save) can link this file beside their own support.
+std::vector<unsigned char> readBytes(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void writeBytes(const std::filesystem::path& file, const std::vector<unsigned char>& bytes) {
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
 
 pid_t startSave(const std::function<void()>& save) {
   const pid_t child = ::fork();
