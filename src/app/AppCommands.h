@@ -38,10 +38,10 @@ inline const QString help = QStringLiteral("Help");
 
 // What the commands reach outside the session.
 struct AppCommandHooks {
-  std::function<void()> quit;                // the window's close road (asks before quitting)
-  std::function<bool()> isInfoPanelShown;    // null: the stored setting
-  std::function<void(bool)> setInfoPanelShown;
-  std::function<void()> about;               // the About box; null: no such command
+  std::function<void()> quit{};                // the window's close road (asks before quitting)
+  std::function<bool()> isInfoPanelShown{};    // null: the stored setting
+  std::function<void(bool)> setInfoPanelShown{};
+  std::function<void()> about{};               // the About box; null: no such command
 };
 
 // Declares the menus and adds the commands. The table's `fileLoaded` should answer whether the

@@ -51,23 +51,23 @@ class QWidget;
 namespace corvane {
 
 struct CommandSpec {
-  QString id;        // stable, e.g. "view.playPause"
-  QString title;     // "Play / Pause"
+  QString id{};        // stable, e.g. "view.playPause"
+  QString title{};     // "Play / Pause"
   // A title that follows the model ("Enter Edit Mode" / "Exit Edit Mode"); null: `title`.
-  std::function<QString()> currentTitle;
-  QKeySequence shortcut;  // one chord; empty: no key
-  QString menu;           // a declared menu path: "File", "View", "View/Spectral"
-  QString group;          // a declared group of that menu
+  std::function<QString()> currentTitle{};
+  QKeySequence shortcut{};  // one chord; empty: no key
+  QString menu{};           // a declared menu path: "File", "View", "View/Spectral"
+  QString group{};          // a declared group of that menu
   // Disabled while no file is loaded (most commands), on top of isEnabled.
   bool needsFile = false;
-  std::function<bool()> isEnabled;   // null: enabled
-  std::function<bool()> isChecked;   // null: not a check item
+  std::function<bool()> isEnabled{};   // null: enabled
+  std::function<bool()> isChecked{};   // null: not a check item
   // For keys shared with other commands: whether this command claims its key now (typically
   // "its mode is on"). Null: it claims it in every mode, after the mode-specific ones.
-  std::function<bool()> appliesNow;
-  std::function<void()> trigger;
+  std::function<bool()> appliesNow{};
+  std::function<void()> trigger{};
   // A submenu filled each time it opens (Open Recent); the command then has no trigger.
-  std::function<void(QMenu*)> fillSubmenu;
+  std::function<void(QMenu*)> fillSubmenu{};
 };
 
 // Where the keyboard stands when a key arrives. (At namespace scope: a nested type with member

@@ -25,8 +25,8 @@ const QString SaveCommands::kDiscardTip = QStringLiteral("Discard unsaved edits 
 
 SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget* window)
     : QObject(window), _commands(commands), _engine(engine), _window(window) {
+  using app_menu::edit;
   using app_menu::file;
-  commands.declareGroups(file, {QStringLiteral("save")}, QStringLiteral("open"));
   commands.declareGroups(file, {QStringLiteral("settings")}, QStringLiteral("raw"));
   EditEngine& edits = engine.editEngine();
   AudioEngine* session = &engine;
@@ -35,22 +35,22 @@ SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget*
   commands.add({.id = save_command::save,
                 .title = QStringLiteral("Save"),
                 .shortcut = QKeySequence(Qt::CTRL | Qt::Key_S),
-                .menu = file,
+                .menu = edit,
                 .group = QStringLiteral("save"),
                 .needsFile = true,
                 .isEnabled = dirty,
                 .trigger = [&edits] { edits.saveEditedBufferInPlace(); }});
   commands.add({.id = save_command::saveAs,
-                .title = QStringLiteral("Save As\u2026"),
+                .title = QStringLiteral("Save Edited Audio As\u2026"),
                 .shortcut = QKeySequence(Qt::SHIFT | Qt::CTRL | Qt::Key_S),
-                .menu = file,
+                .menu = edit,
                 .group = QStringLiteral("save"),
                 .needsFile = true,
                 .isEnabled = [session] { return session->pcmBuffer() != nullptr && !session->isLoading(); },
                 .trigger = [&edits] { edits.exportEditedBuffer(); }});
   commands.add({.id = save_command::discard,
-                .title = QStringLiteral("Discard Edits"),
-                .menu = file,
+                .title = QStringLiteral("Discard Edits\u2026"),
+                .menu = edit,
                 .group = QStringLiteral("save"),
                 .needsFile = true,
                 .isEnabled = dirty,

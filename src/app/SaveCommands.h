@@ -1,7 +1,7 @@
 // SaveCommands: how the window saves edited audio, and the settings window that decides how.
 //
-// File menu, group "save": "Save" (Ctrl+S), "Save As…" (Shift+Ctrl+S), "Discard Edits";
-// group "settings": "Settings…" (Ctrl+,). Save and Discard Edits need unsaved edits; Save As
+// Edit menu, group "save": "Save" (Ctrl+S), "Save Edited Audio As…" (Shift+Ctrl+S), "Discard
+// Edits…"; File menu, group "settings": "Settings…" (Ctrl+,). Save and Discard Edits need unsaved edits; Save As
 // needs a loaded file. With overwriting off, Save is Save As (the session decides that).
 //
 // The saving toolbar ("Saving"):

@@ -20,7 +20,7 @@ void pullSilence(void*, float* const* out, int frames) noexcept {
 }  // namespace
 
 StreamResampler::StreamResampler(int channels, double inputRate, double outputRate)
-    : _channels(std::max(channels, 1)), _ratio(inputRate / outputRate) {
+    : _channels(std::max(channels, 1)) {
   // Interleaved both ways: libsoxr 0.1.3 writes through a null pointer when split-channel
   // buffers meet an input function.
   const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);

@@ -41,7 +41,6 @@ class StreamResampler {
   static size_t supplyInput(void* self, const void** data, size_t requested);
 
   int _channels;
-  double _ratio;  // input / output
   soxr* _soxr = nullptr;
   RenderPull _source;
   std::vector<float> _input;            // channels × kInputChunk, planar

@@ -245,7 +245,9 @@ TEST_F(JackTransport, EveryReadListsTheClientsThatStayWhileOthersComeAndGo) {
         ++steadyCount;
         EXPECT_EQ(d.outputChannelCount, 3) << "read " << reads;
       }
-      if (d.name == "system") EXPECT_EQ(d.outputChannelCount, 8) << "read " << reads;
+      if (d.name == "system") {
+        EXPECT_EQ(d.outputChannelCount, 8) << "read " << reads;
+      }
     }
     EXPECT_EQ(steadyCount, 1) << "read " << reads;
     if (::testing::Test::HasFailure()) break;
