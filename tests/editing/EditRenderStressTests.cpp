@@ -15,6 +15,7 @@
 #include "core/ChannelOrder.h"
 #include "headless/edits/EditOperations.h"
 #include "playback/PlaybackController.h"
+#include "support/ManualRenderThread.h"
 
 namespace corvane::test {
 namespace {
@@ -23,48 +24,6 @@ using Ops = EditOperations;
 constexpr int kChannels = 2;
 constexpr int kMaxCallFrames = 256;
 constexpr float kLevel = 0.25f;
-
-// Renders calls of random length and counts the calls whose output holds both signs of the
-// level: audio from before and after an inversion in one buffer.
-struct RenderThread {
-  explicit RenderThread(PlaybackGraph& graph) : graph(graph) {
-    storage.assign(static_cast<std::size_t>(graph.outputChannels()) * kMaxCallFrames, 0.0f);
-    for (int c = 0; c < graph.outputChannels(); ++c) pointers.push_back(storage.data() + c * kMaxCallFrames);
-    thread = std::thread([this] { run(); });
-  }
-  ~RenderThread() { stop(); }
-  void stop() {
-    done.store(true);
-    if (thread.joinable()) thread.join();
-  }
-  void run() {
-    std::mt19937 rng(9);
-    std::uniform_int_distribution<int> lengths(16, kMaxCallFrames);
-    while (!done.load(std::memory_order_relaxed)) {
-      const int frames = lengths(rng);
-      graph.renderManual(pointers.data(), frames);
-      bool plus = false, minus = false;
-      for (int i = 0; i < frames; ++i) {
-        const float v = pointers[0][i];
-        plus |= std::fabs(v - kLevel) < 1e-5f;
-        minus |= std::fabs(v + kLevel) < 1e-5f;
-        if (v != 0.0f && std::fabs(std::fabs(v) - kLevel) >= 1e-5f) strange.fetch_add(1, std::memory_order_relaxed);
-      }
-      if (plus && minus) mixed.fetch_add(1, std::memory_order_relaxed);
-      if (plus || minus) audible.fetch_add(1, std::memory_order_relaxed);
-      calls.fetch_add(1, std::memory_order_relaxed);
-    }
-  }
-  PlaybackGraph& graph;
-  std::vector<float> storage;
-  std::vector<float*> pointers;
-  std::atomic<bool> done{false};
-  std::atomic<long> calls{0};
-  std::atomic<long> audible{0};
-  std::atomic<long> mixed{0};
-  std::atomic<long> strange{0};
-  std::thread thread;
-};
 
 SharedAudioBuffer levelBuffer(FrameCount frames) {
   auto buffer = AudioBuffer::create(kChannels, frames, 48000.0);
@@ -82,7 +41,20 @@ TEST(EditRenderStress, InPlaceAndRebuiltEditsWhileTheCallbackRuns) {
   controller.setLooping(true);
   controller.play();
 
-  RenderThread render(controller.graph());
+  // Counts the calls whose output holds both signs of the level: audio from before and after
+  // an inversion in one buffer.
+  std::atomic<long> audible{0}, mixed{0}, strange{0};
+  ManualRenderThread render(controller.graph(), 16, kMaxCallFrames, 9, [&](float* const* output, int frames) {
+    bool plus = false, minus = false;
+    for (int i = 0; i < frames; ++i) {
+      const float v = output[0][i];
+      plus |= std::fabs(v - kLevel) < 1e-5f;
+      minus |= std::fabs(v + kLevel) < 1e-5f;
+      if (v != 0.0f && std::fabs(std::fabs(v) - kLevel) >= 1e-5f) strange.fetch_add(1, std::memory_order_relaxed);
+    }
+    if (plus && minus) mixed.fetch_add(1, std::memory_order_relaxed);
+    if (plus || minus) audible.fetch_add(1, std::memory_order_relaxed);
+  });
   std::mt19937 rng(4);
   std::uniform_int_distribution<FrameCount> place(0, 48000);
   int inPlaceEdits = 0, swaps = 0;
@@ -90,7 +62,7 @@ TEST(EditRenderStress, InPlaceAndRebuiltEditsWhileTheCallbackRuns) {
   const auto enough = [&] {
     const auto elapsed = std::chrono::steady_clock::now() - start;
     if (elapsed > std::chrono::seconds(30)) return true;
-    return render.calls.load() >= 4000 && inPlaceEdits >= 300 && swaps >= 100;
+    return render.calls() >= 4000 && inPlaceEdits >= 300 && swaps >= 100;
   };
   for (int step = 0; !enough(); ++step) {
     if (step % 3 != 2) {
@@ -122,9 +94,9 @@ TEST(EditRenderStress, InPlaceAndRebuiltEditsWhileTheCallbackRuns) {
   render.stop();
   EXPECT_GE(inPlaceEdits, 300);
   EXPECT_GE(swaps, 100);
-  EXPECT_GE(render.audible.load(), 1000);
-  EXPECT_EQ(render.mixed.load(), 0);
-  EXPECT_EQ(render.strange.load(), 0);
+  EXPECT_GE(audible.load(), 1000);
+  EXPECT_EQ(mixed.load(), 0);
+  EXPECT_EQ(strange.load(), 0);
   controller.stop();
   controller.displayTick();
   EXPECT_EQ(controller.mirrors().collectRetired(), 0u);

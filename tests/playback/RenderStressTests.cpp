@@ -12,6 +12,7 @@
 
 #include "core/ChannelOrder.h"
 #include "playback/PlaybackController.h"
+#include "support/ManualRenderThread.h"
 #include "support/PlaybackTestSignals.h"
 
 namespace corvane::test {
@@ -19,37 +20,6 @@ namespace {
 
 constexpr int kChannels = 6;
 constexpr int kMaxCallFrames = 512;
-
-struct RenderThread {
-  explicit RenderThread(PlaybackGraph& graph) : graph(graph) {
-    storage.assign(static_cast<std::size_t>(graph.outputChannels()) * kMaxCallFrames, 0.0f);
-    for (int c = 0; c < graph.outputChannels(); ++c) pointers.push_back(storage.data() + c * kMaxCallFrames);
-    thread = std::thread([this] { run(); });
-  }
-  ~RenderThread() { stop(); }
-  void stop() {
-    done.store(true);
-    if (thread.joinable()) thread.join();
-  }
-  void run() {
-    std::mt19937 rng(3);
-    std::uniform_int_distribution<int> frames(1, kMaxCallFrames);
-    while (!done.load(std::memory_order_relaxed)) {
-      graph.renderManual(pointers.data(), frames(rng));
-      for (float* p : pointers) {
-        if (!std::isfinite(p[0])) nonFinite.fetch_add(1);
-      }
-      calls.fetch_add(1, std::memory_order_relaxed);
-    }
-  }
-  PlaybackGraph& graph;
-  std::vector<float> storage;
-  std::vector<float*> pointers;
-  std::atomic<bool> done{false};
-  std::atomic<long> calls{0};
-  std::atomic<long> nonFinite{0};
-  std::thread thread;
-};
 
 ChannelRoutings randomRouting(std::mt19937& rng) {
   ChannelRoutings routings = defaultRoutings(kChannels, kChannels, {});
@@ -78,7 +48,13 @@ TEST(RenderStress, MainThreadChangesEverythingWhileTheCallbackRuns) {
   mirrors._atomicAnalysisRings.publish(std::make_unique<AnalysisRings>(kChannels, 16384));
   controller.play();
 
-  RenderThread render(controller.graph());
+  std::atomic<long> nonFinite{0};
+  const int outputs = controller.graph().outputChannels();
+  ManualRenderThread render(controller.graph(), 1, kMaxCallFrames, 3, [&](float* const* output, int) {
+    for (int c = 0; c < outputs; ++c) {
+      if (!std::isfinite(output[c][0])) nonFinite.fetch_add(1);
+    }
+  });
   std::mt19937 rng(5);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   std::vector<float> ringCopy(4096);
@@ -90,7 +66,7 @@ TEST(RenderStress, MainThreadChangesEverythingWhileTheCallbackRuns) {
   const auto enough = [&] {
     const auto elapsed = std::chrono::steady_clock::now() - start;
     if (elapsed > std::chrono::seconds(90)) return true;
-    return elapsed > std::chrono::seconds(1) && render.calls.load() >= 3000 && seeksChecked >= 100;
+    return elapsed > std::chrono::seconds(1) && render.calls() >= 3000 && seeksChecked >= 100;
   };
   for (int step = 0; !enough(); ++step) {
     switch (step % 12) {
@@ -155,8 +131,8 @@ TEST(RenderStress, MainThreadChangesEverythingWhileTheCallbackRuns) {
   }
   controller.pause();
   EXPECT_GE(seeksChecked, 100);
-  EXPECT_GE(render.calls.load(), 3000);
-  EXPECT_EQ(render.nonFinite.load(), 0);
+  EXPECT_GE(render.calls(), 3000);
+  EXPECT_EQ(nonFinite.load(), 0);
   render.stop();
   controller.stop();
   controller.displayTick();
