@@ -3,6 +3,7 @@
 #include <QCloseEvent>
 #include <QLabel>
 #include <QListWidget>
+#include <QPushButton>
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QVBoxLayout>
@@ -11,9 +12,11 @@
 #include "app/RoutingCellText.h"
 #include "app/RoutingListView.h"
 #include "app/RoutingMatrixView.h"
+#include "app/SavePanel.h"
 #include "core/ChannelOrder.h"
 #include "displays/SegmentedControl.h"
 #include "playback/AudioDeviceManager.h"
+#include "playback/RoutedOutputExport.h"
 #include "playback/RoutingPresets.h"
 #include "playback/Transport.h"
 #include "session/AudioEngine.h"
@@ -79,6 +82,13 @@ OutputPanel::OutputPanel(AudioEngine& engine, UserPresetStore& presets, std::sha
     _stack->addWidget(scroll);
   }
   routing->addWidget(_stack, 1);
+  auto* renderRow = new QHBoxLayout;
+  renderRow->addStretch(1);
+  _renderButton = new QPushButton(QStringLiteral("Render to File\u2026"), _routingBox);
+  _renderButton->setObjectName(QStringLiteral("output.renderToFile"));
+  _renderButton->setToolTip(QString::fromUtf8(RoutedOutputExport::kTooltip));
+  renderRow->addWidget(_renderButton);
+  routing->addLayout(renderRow);
   layout->addWidget(_routingBox, 1);
 
   Transport& transport = _engine.transport();
@@ -93,6 +103,7 @@ OutputPanel::OutputPanel(AudioEngine& engine, UserPresetStore& presets, std::sha
   connect(&devices, &AudioDeviceManager::selectedDeviceChanged, this, &OutputPanel::refreshDevices);
   connect(_devices, &QListWidget::itemActivated, this, [this](QListWidgetItem* item) { chooseDevice(_devices->row(item)); });
   connect(_devices, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) { chooseDevice(_devices->row(item)); });
+  connect(_renderButton, &QPushButton::clicked, this, [this] { renderToFile(); });
   connect(_viewSwitch, &SegmentedControl::activated, this, [this](int index) { setShowsMatrix(index == 0); });
 
   setShowsMatrix(_engine.settings().routingUseMatrixView());
@@ -179,6 +190,14 @@ void OutputPanel::refreshRouting() {
   const int fileChannels = file ? file->channelCount : 0;
   const bool canonical = file && fileChannels >= 8 && ChannelOrder::is71SMPTEOrdered(file->channelLabels());
   _presetBar->setContext(fileChannels, canonical, routings);
+}
+
+std::optional<std::filesystem::path> OutputPanel::renderToFile() {
+  RoutedOutputExport command(_engine, [this](const SavePanelRequest& request) {
+    return runSaveFilePanel(this, request.title, request.proposedName, request.allowedExtensions.value(0),
+                            request.directory);
+  });
+  return command.exportRoutedOutput();
 }
 
 void OutputPanel::saveFrame() {

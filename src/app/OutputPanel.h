@@ -1,5 +1,5 @@
 // OutputPanel: the output panel window: the device picker, the routing (matrix or list, with
-// the preset bar) and, as the session offers it, the routed render.
+// the preset bar) and "Render to File…" of the routed output.
 //
 // Devices are listed as "<name> (<n> ch)" with a check mark at the selected one, or "No output
 // devices"; choosing one hands it to the transport (its default routing, a new graph, playback
@@ -15,10 +15,13 @@
 #pragma once
 
 #include <QWidget>
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 class QLabel;
 class QListWidget;
+class QPushButton;
 class QStackedWidget;
 
 namespace corvane {
@@ -47,6 +50,10 @@ class OutputPanel : public QWidget {
   RoutingMatrixView* matrix() const { return _matrix; }
   RoutingListView* list() const { return _list; }
   PresetBar* presetBar() const { return _presetBar; }
+  QPushButton* renderButton() const { return _renderButton; }
+  // "Render to File…": the loaded file through the current routing into a new file named in
+  // the save panel. The path written, or nothing when it ended early.
+  std::optional<std::filesystem::path> renderToFile();
   bool showsMatrix() const;
   void setShowsMatrix(bool matrix);
 
@@ -71,6 +78,7 @@ class OutputPanel : public QWidget {
   QStackedWidget* _stack;
   RoutingMatrixView* _matrix;
   RoutingListView* _list;
+  QPushButton* _renderButton;
 };
 
 }  // namespace corvane

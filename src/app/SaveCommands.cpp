@@ -1,7 +1,6 @@
 #include "app/SaveCommands.h"
 
 #include <QAction>
-#include <QFileDialog>
 #include <QLabel>
 #include <QToolBar>
 #include <QToolButton>
@@ -9,6 +8,7 @@
 
 #include "app/AppCommands.h"
 #include "app/CommandTable.h"
+#include "app/SavePanel.h"
 #include "app/SettingsWindow.h"
 #include "session/AudioEngine.h"
 #include "session/SettingsStore.h"
@@ -135,19 +135,8 @@ SettingsWindow* SaveCommands::showSettings() {
 }
 
 std::optional<std::filesystem::path> SaveCommands::runSavePanel(QWidget* parent, const EditEngine::SaveRequest& request) {
-  QFileDialog dialog(parent, request.title);
-  // Qt's own dialog: the same on every desktop, and one a test can answer.
-  dialog.setOption(QFileDialog::DontUseNativeDialog);
-  dialog.setAcceptMode(QFileDialog::AcceptSave);
-  dialog.setFileMode(QFileDialog::AnyFile);
-  const QString extension = QString::fromStdString(request.extension);
-  const QString type = extension == QLatin1String("caf") ? QStringLiteral("Core Audio Format") : QStringLiteral("WAV audio");
-  dialog.setNameFilter(QStringLiteral("%1 (*.%2)").arg(type, extension));
-  dialog.setDefaultSuffix(extension);
-  if (!request.directory.empty()) dialog.setDirectory(QString::fromStdString(request.directory.string()));
-  dialog.selectFile(QString::fromStdString(request.proposedName));
-  if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return std::nullopt;
-  return std::filesystem::path(dialog.selectedFiles().first().toStdString());
+  return runSaveFilePanel(parent, request.title, QString::fromStdString(request.proposedName),
+                          QString::fromStdString(request.extension), request.directory);
 }
 
 }  // namespace corvane
