@@ -29,7 +29,36 @@ AudioBuffer::AudioBuffer(int channelCount, FrameCount frameCapacity, double samp
   }
 }
 
-void AudioBuffer::FreeChannel::operator()(float* data) const noexcept { std::free(data); }
+AudioBuffer::AudioBuffer(std::vector<std::vector<float>>&& channels, double sampleRate)
+    : _sampleRate(sampleRate),
+      _frameCapacity(channels.empty() ? 0 : static_cast<FrameCount>(channels.front().size())),
+      _frameLength(_frameCapacity) {
+  if (!(sampleRate > 0.0)) {
+    throw std::invalid_argument("AudioBuffer: sample rate must be positive");
+  }
+  for (const auto& channel : channels) {
+    if (static_cast<FrameCount>(channel.size()) != _frameCapacity) {
+      throw std::invalid_argument("AudioBuffer: adopted channels must all have the same length");
+    }
+  }
+  _channels.reserve(channels.size());
+  _channelPointers.reserve(channels.size());
+  for (auto& channel : channels) {
+    auto owned = std::make_unique<std::vector<float>>(std::move(channel));
+    owned->reserve(1);  // every channel pointer valid, even for an empty buffer
+    float* data = owned->data();
+    _channels.emplace_back(data, FreeChannel{owned.release()});
+    _channelPointers.push_back(data);
+  }
+}
+
+void AudioBuffer::FreeChannel::operator()(float* data) const noexcept {
+  if (adopted) {
+    delete adopted;
+    return;
+  }
+  std::free(data);
+}
 
 AudioBuffer::ChannelStorage AudioBuffer::allocateChannel(std::size_t frames, bool zeroed) {
   constexpr std::size_t kHugePage = std::size_t{2} << 20;
@@ -58,6 +87,10 @@ std::shared_ptr<AudioBuffer> AudioBuffer::create(int channelCount, FrameCount fr
 std::shared_ptr<AudioBuffer> AudioBuffer::createZeroed(int channelCount, FrameCount frameCapacity,
                                                        double sampleRate) {
   return std::shared_ptr<AudioBuffer>(new AudioBuffer(channelCount, frameCapacity, sampleRate, true));
+}
+
+std::shared_ptr<AudioBuffer> AudioBuffer::adopt(std::vector<std::vector<float>>&& channels, double sampleRate) {
+  return std::shared_ptr<AudioBuffer>(new AudioBuffer(std::move(channels), sampleRate));
 }
 
 void AudioBuffer::setFrameLength(FrameCount frames) {

@@ -61,6 +61,11 @@ class AudioBuffer {
   // As create(), with every sample 0.
   static std::shared_ptr<AudioBuffer> createZeroed(int channelCount, FrameCount frameCapacity,
                                                    double sampleRate);
+  // Takes `channels` (one array per channel, all of one length) as the buffer's arrays without
+  // copying a sample: an edit's result becomes the session's buffer without touching another
+  // hour's worth of fresh memory. Throws std::invalid_argument when the arrays differ in length
+  // or the sample rate is not positive.
+  static std::shared_ptr<AudioBuffer> adopt(std::vector<std::vector<float>>&& channels, double sampleRate);
 
   AudioBuffer(const AudioBuffer&) = delete;
   AudioBuffer& operator=(const AudioBuffer&) = delete;
@@ -101,9 +106,12 @@ class AudioBuffer {
 
  private:
   AudioBuffer(int channelCount, FrameCount frameCapacity, double sampleRate, bool zeroed);
+  AudioBuffer(std::vector<std::vector<float>>&& channels, double sampleRate);
 
-  // Channel arrays come from malloc-family allocators (large ones aligned for huge pages).
+  // Channel arrays come from malloc-family allocators (large ones aligned for huge pages), or
+  // are adopted arrays, which the deleter owns.
   struct FreeChannel {
+    std::vector<float>* adopted = nullptr;
     void operator()(float* data) const noexcept;
   };
   using ChannelStorage = std::unique_ptr<float[], FreeChannel>;

@@ -46,5 +46,35 @@ TEST(AudioBuffer, EmptyBufferStillHasValidChannelPointers) {
   EXPECT_EQ(buffer->clone()->frameLength(), 0);
 }
 
+TEST(AudioBuffer, AdoptedArraysBecomeTheChannelsWithoutACopy) {
+  std::vector<std::vector<float>> arrays{{1.0f, 2.0f, 3.0f}, {-1.0f, -2.0f, -3.0f}, {7.0f, 8.0f, 9.0f}};
+  const float* first = arrays[0].data();
+  const float* third = arrays[2].data();
+  auto buffer = AudioBuffer::adopt(std::move(arrays), 44100.0);
+  EXPECT_EQ(buffer->channelCount(), 3);
+  EXPECT_EQ(buffer->frameLength(), 3);
+  EXPECT_EQ(buffer->frameCapacity(), 3);
+  EXPECT_EQ(buffer->sampleRate(), 44100.0);
+  EXPECT_EQ(buffer->channel(0), first);
+  EXPECT_EQ(buffer->channel(2), third);
+  EXPECT_EQ(buffer->channel(1)[2], -3.0f);
+
+  // Adopted channels move with a permutation like allocated ones, and outlive the original.
+  buffer->permuteChannels({2, 0, 1});
+  EXPECT_EQ(buffer->channel(0), third);
+  EXPECT_EQ(buffer->channel(1), first);
+  auto copy = buffer->clone();
+  buffer.reset();
+  EXPECT_EQ(copy->channel(0)[0], 7.0f);
+  EXPECT_EQ(copy->channel(2)[1], -2.0f);
+
+  // Empty arrays still give valid pointers; unequal lengths and a bad rate are refused.
+  auto empty = AudioBuffer::adopt({{}, {}}, 48000.0);
+  EXPECT_NE(empty->channel(1), nullptr);
+  EXPECT_EQ(empty->frameLength(), 0);
+  EXPECT_THROW(AudioBuffer::adopt({{1.0f}, {1.0f, 2.0f}}, 48000.0), std::invalid_argument);
+  EXPECT_THROW(AudioBuffer::adopt({{1.0f}}, 0.0), std::invalid_argument);
+}
+
 }  // namespace
 }  // namespace corvane

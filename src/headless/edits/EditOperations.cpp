@@ -463,16 +463,12 @@ SharedAudioBuffer EditOperations::buildBuffer(EditResult&& from, const std::vect
       throw std::invalid_argument("The channels of an edit must all have the same length.");
     }
   }
+  // The result's arrays become the buffer's: no second copy of the audio.
   SharedAudioBuffer buffer;
   try {
-    buffer = AudioBuffer::create(channels, frames, from.sampleRate);
+    buffer = AudioBuffer::adopt(std::move(from.channelData), from.sampleRate);
   } catch (const std::bad_alloc&) {
     return nullptr;
-  }
-  for (int c = 0; c < channels; ++c) {
-    auto& channel = from.channelData[static_cast<std::size_t>(c)];
-    std::memcpy(buffer->channel(c), channel.data(), static_cast<std::size_t>(frames) * sizeof(float));
-    std::vector<float>().swap(channel);
   }
   if (static_cast<int>(channelLayout.size()) == channels) buffer->setChannelPositions(channelLayout);
   return buffer;

@@ -106,8 +106,8 @@ struct EditOperations {
 
   // A new buffer holding the result's arrays, with `channelLayout` as its speaker positions
   // when it names one position per channel (else none). Null when the buffer can't be
-  // allocated, or for a nothing-to-do result. The result's arrays are released channel by
-  // channel as they are copied, so the peak memory is one buffer plus one channel.
+  // allocated, or for a nothing-to-do result. The rvalue form adopts the arrays themselves
+  // (no copy, no new memory for the audio); the const form copies the result first.
   static SharedAudioBuffer buildBuffer(EditResult&& from, const std::vector<ChannelPosition>& channelLayout);
   static SharedAudioBuffer buildBuffer(const EditResult& from, const std::vector<ChannelPosition>& channelLayout);
 
