@@ -173,6 +173,7 @@ void CommandTable::refreshEntry(Entry& e) {
   e.action->setToolTip(e.spec.shortcut.isEmpty()
                            ? title
                            : QStringLiteral("%1 (%2)").arg(title, e.spec.shortcut.toString(QKeySequence::NativeText)));
+  e.action->setVisible(!e.spec.isShown || e.spec.isShown());
   e.action->setEnabled(isEnabledNow(e.spec.id));
   if (e.spec.isChecked) e.action->setChecked(e.spec.isChecked());
 }
@@ -185,6 +186,7 @@ bool CommandTable::isEnabledNow(const QString& id) const {
   const Entry* e = entry(id);
   if (!e) return false;
   if (e->spec.needsFile && !(_fileLoaded && _fileLoaded())) return false;
+  if (e->spec.isShown && !e->spec.isShown()) return false;
   return !e->spec.isEnabled || e->spec.isEnabled();
 }
 

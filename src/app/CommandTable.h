@@ -61,6 +61,9 @@ struct CommandSpec {
   // Disabled while no file is loaded (most commands), on top of isEnabled.
   bool needsFile = false;
   std::function<bool()> isEnabled{};   // null: enabled
+  // Whether the command stands in its menu at all (Save only while overwriting is allowed);
+  // a hidden command is also disabled, key and all. Null: always shown.
+  std::function<bool()> isShown{};
   std::function<bool()> isChecked{};   // null: not a check item
   // For keys shared with other commands: whether this command claims its key now (typically
   // "its mode is on"). Null: it claims it in every mode, after the mode-specific ones.

@@ -39,6 +39,7 @@ SaveCommands::SaveCommands(CommandTable& commands, AudioEngine& engine, QWidget*
                 .group = QStringLiteral("save"),
                 .needsFile = true,
                 .isEnabled = dirty,
+                .isShown = [session] { return session->settings().corvaneAllowSaveOverwrite(); },
                 .trigger = [&edits] { edits.saveEditedBufferInPlace(); }});
   commands.add({.id = save_command::saveAs,
                 .title = QStringLiteral("Save Edited Audio As\u2026"),

@@ -1,8 +1,9 @@
 // SaveCommands: how the window saves edited audio, and the settings window that decides how.
 //
 // Edit menu, group "save": "Save" (Ctrl+S), "Save Edited Audio As…" (Shift+Ctrl+S), "Discard
-// Edits…"; File menu, group "settings": "Settings…" (Ctrl+,). Save and Discard Edits need unsaved edits; Save As
-// needs a loaded file. With overwriting off, Save is Save As (the session decides that).
+// Edits…"; File menu, group "settings": "Settings…" (Ctrl+,). Save stands in the menu (and its
+// key works) only while overwriting the original is allowed. Save and Discard Edits need
+// unsaved edits; Save As needs a loaded file.
 //
 // The saving toolbar ("Saving"):
 //   - the dirty badge "Unsaved edits", shown while the edit history says the audio is dirty,

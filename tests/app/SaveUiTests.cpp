@@ -205,7 +205,9 @@ TEST_F(SaveUi, TheBadgeAndTheSaveButtonFollowTheSessionAndTheSetting) {
   EXPECT_TRUE(shown(QStringLiteral("dirtyBadge")));
   EXPECT_EQ(badge->toolTip(), "Unsaved edits to the audio. Save As to write a new file.");
   EXPECT_FALSE(shown(QStringLiteral("saveButton")));
-  EXPECT_TRUE(commands.isEnabledNow(save_command::save));
+  // Overwriting off: no Save in the Edit menu, and its key reaches nothing.
+  EXPECT_FALSE(commands.action(save_command::save)->isVisible());
+  EXPECT_FALSE(commands.isEnabledNow(save_command::save));
   EXPECT_TRUE(commands.isEnabledNow(save_command::saveAs));
   EXPECT_EQ(toolButton(save_command::saveAs)->toolTip(), "Save edited audio as new file (Shift+Ctrl+S)");
   EXPECT_EQ(toolButton(save_command::discard)->toolTip(), "Discard unsaved edits and revert to the last saved version");
@@ -218,6 +220,8 @@ TEST_F(SaveUi, TheBadgeAndTheSaveButtonFollowTheSessionAndTheSetting) {
   settings->allowOverwriteToggle()->click();
   EXPECT_TRUE(shown(QStringLiteral("saveButton")));
   EXPECT_TRUE(save->isEnabled());
+  EXPECT_TRUE(commands.action(save_command::save)->isVisible());
+  EXPECT_TRUE(commands.isEnabledNow(save_command::save));
   EXPECT_EQ(save->toolTip(), "Save the edited audio over the loaded file (Ctrl+S)");
   EXPECT_EQ(badge->toolTip(), "Unsaved edits to the audio. Save writes over the file; Save As writes a new one.");
 
@@ -248,18 +252,20 @@ TEST_F(SaveUi, TheBadgeAndTheSaveButtonFollowTheSessionAndTheSetting) {
   EXPECT_NE(bytesOf(path), once);
 }
 
-TEST_F(SaveUi, AFileSaveCantRewriteSaysWhyOnTheButtonAndCtrlSWithoutOverwriteIsSaveAs) {
+TEST_F(SaveUi, AFileSaveCantRewriteSaysWhyOnTheButtonAndOnlySaveAsSavesWithoutOverwrite) {
   const std::string mp3 = folder.file("talk.mp3");
   ASSERT_EQ(test::runCommand("sox -V1 -R -n -r 44100 -c 2 '" + mp3 + "' synth 1 sine 440 vol 0.5").exitCode, 0);
   loadAndEdit(mp3);
   CommandTable& commands = window->commands();
 
-  // Overwriting off: Ctrl+S goes straight to the save panel.
+  // Overwriting off: Ctrl+S brings up nothing; Shift+Ctrl+S the save panel.
   SeenPanel panel;
   {
     DialogScript script;
     script.then(inSavePanel(panel, std::nullopt));
-    EXPECT_TRUE(commands.dispatch(Qt::CTRL | Qt::Key_S));
+    commands.dispatch(Qt::CTRL | Qt::Key_S);
+    EXPECT_FALSE(script.finished());
+    EXPECT_TRUE(commands.dispatch(Qt::SHIFT | Qt::CTRL | Qt::Key_S));
     EXPECT_TRUE(script.finished());
   }
   EXPECT_EQ(panel.title, "Save Edited Audio");
