@@ -245,7 +245,7 @@ void EditCommands::applyTrim(FrameCount startFrame, FrameCount endFrame) {
   endFrame = std::clamp<FrameCount>(endFrame, 0, total);
   if (startFrame >= endFrame) return;
   rebuild(rebuildFits(),
-          {std::nullopt, [=](const ChannelData& d, double rate) { return Ops::trim(d, startFrame, endFrame, rate); },
+          {std::nullopt, [=](EditSource& source) { return Ops::trim(source, startFrame, endFrame); },
            Ops::kTrimTag, QStringLiteral("Couldn't trim this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeTrimmedWAV(source, startFrame, endFrame, to, Ops::kStreamingChunkFrames);
@@ -264,8 +264,8 @@ void EditCommands::applyCutRange(FrameCount startFrame, FrameCount endFrame, Fra
       QStringLiteral("Cut ") + format("%.2f", static_cast<double>(endFrame - startFrame) / buffer->sampleRate()) +
       QStringLiteral("s");
   rebuild(rebuildFits(), {confirmation,
-                          [=](const ChannelData& d, double rate) {
-                            return Ops::cutRange(d, startFrame, endFrame, crossfadeFrames, rate);
+                          [=](EditSource& source) {
+                            return Ops::cutRange(source, startFrame, endFrame, crossfadeFrames);
                           },
                           Ops::kCutTag, QStringLiteral("Couldn't cut this file"),
                           [=](EditSource& source, const std::filesystem::path& to) {
@@ -284,9 +284,7 @@ void EditCommands::applyAddSilence(FrameCount startFrame, FrameCount endFrame, O
       mode == Ops::SilenceMode::replace ? total : total + std::max<FrameCount>(0, durationFrames);
   rebuild(passesFactorTest(resultFrames, kFactorPeak),
           {std::nullopt,
-           [=](const ChannelData& d, double rate) {
-             return Ops::addSilence(d, startFrame, endFrame, mode, durationFrames, rate);
-           },
+           [=](EditSource& source) { return Ops::addSilence(source, startFrame, endFrame, mode, durationFrames); },
            Ops::kSilenceTag, QStringLiteral("Couldn't add silence to this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeSilenceWAV(source, startFrame, endFrame, mode, durationFrames, to,
@@ -314,7 +312,8 @@ void EditCommands::applyNormalizeLUFS(double targetLUFS, double ceilingDB, std::
     return;
   }
   rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
-          {QString::asprintf("Normalized to %.1f LUFS, peak-limited at %.1f dBTP", targetLUFS, ceilingDB), operation,
+          {QString::asprintf("Normalized to %.1f LUFS, peak-limited at %.1f dBTP", targetLUFS, ceilingDB),
+           [=](EditSource& source) { return Ops::normalizeLUFS(source, targetLUFS, ceilingDB, weights); },
            Ops::kNormalizeTag, QStringLiteral("Couldn't normalize this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeNormalizedWAV(source, targetLUFS, ceilingDB, to, Ops::kStreamingChunkFrames);
@@ -331,7 +330,8 @@ void EditCommands::applyNormalizePeak(double targetDB, std::optional<FrameRange>
     return;
   }
   rebuild(passesFactorTest(buffer->frameLength(), kFactorPeak),
-          {format("Peak-normalized to %.1f dBFS", targetDB), operation, Ops::kPeakNormalizeTag,
+          {format("Peak-normalized to %.1f dBFS", targetDB),
+           [=](EditSource& source) { return Ops::normalizePeak(source, targetDB); }, Ops::kPeakNormalizeTag,
            QStringLiteral("Couldn't normalize this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writePeakNormalizedWAV(source, targetDB, to, Ops::kStreamingChunkFrames);
@@ -348,7 +348,8 @@ void EditCommands::applyLimitTP(double ceilingDBTP, std::optional<FrameRange> ra
     return;
   }
   rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
-          {format("Limited true peak to %.1f dBTP", ceilingDBTP), operation, Ops::kLimitTag,
+          {format("Limited true peak to %.1f dBTP", ceilingDBTP),
+           [=](EditSource& source) { return Ops::limitTruePeak(source, ceilingDBTP); }, Ops::kLimitTag,
            QStringLiteral("Couldn't limit this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeLimitedWAV(source, ceilingDBTP, to, Ops::kStreamingChunkFrames);
@@ -360,7 +361,7 @@ void EditCommands::applyNormalizeByGain(double gainDB, double ceilingDB, const s
   if (!buffer) return;
   rebuild(passesFactorTest(buffer->frameLength(), kFactorLoudness),
           {confirmation,
-           [=](const ChannelData& d, double rate) { return Ops::normalizeByGain(d, gainDB, ceilingDB, rate); },
+           [=](EditSource& source) { return Ops::normalizeByGain(source, gainDB, ceilingDB); },
            Ops::kGainNormalizeTag, QStringLiteral("Couldn't normalize this file"),
            [=](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeGainLimitedWAV(source, gainDB, ceilingDB, to, Ops::kStreamingChunkFrames);
@@ -379,7 +380,7 @@ void EditCommands::applyChannelSwap() {
   const SharedAudioBuffer buffer = _engine.pcmBuffer();
   if (!buffer) return;
   rebuild(passesFactorTest(buffer->frameLength(), kFactorPeak),
-          {std::nullopt, [](const ChannelData& d, double rate) { return Ops::swapChannels(d, rate); }, Ops::kSwapTag,
+          {std::nullopt, [](EditSource& source) { return Ops::swapChannels(source); }, Ops::kSwapTag,
            QStringLiteral("Couldn't swap channels on this file"),
            [](EditSource& source, const std::filesystem::path& to) {
              return Ops::writeChannelSwappedWAV(source, to, Ops::kStreamingChunkFrames);

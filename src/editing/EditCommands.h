@@ -191,7 +191,7 @@ class EditCommands {
   // A whole-file rebuild by either road.
   struct WholeFileRebuild {
     std::optional<QString> confirmation;
-    EditEngine::RebuildOperation operation;  // in memory
+    EditEngine::SourceOperation operation;  // in memory, reading the live buffer where it lies
     std::string_view tag;                    // streaming: the temporary file's tag
     QString failMessage;
     EditEngine::StreamingWrite write;

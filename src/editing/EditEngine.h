@@ -94,6 +94,9 @@ class EditEngine : public QObject, public SessionWorkGuard {
   };
 
   using RebuildOperation = std::function<EditOperations::EditResult(const ChannelData& channelData, double sampleRate)>;
+  // The same over the live buffer read where it lies: the rebuild then needs memory for the
+  // result only, not for a copy of the channels as well.
+  using SourceOperation = std::function<EditOperations::EditResult(EditSource& source)>;
   // Runs on the live buffer's channel pointers, over [startFrame, endFrame) (already clamped).
   // False: nothing changed.
   using InPlaceOperation = std::function<bool(float* const* channelData, int channelCount, FrameCount totalFrames,
@@ -139,6 +142,7 @@ class EditEngine : public QObject, public SessionWorkGuard {
 
   // ---- Roads ----------------------------------------------------------------------------------
   void applyEdit(const std::optional<QString>& confirmation, const RebuildOperation& operation);
+  void applyEdit(const std::optional<QString>& confirmation, const SourceOperation& operation);
   void applyStreamingRebuild(std::string_view tempName, const QString& failMessage,
                              const std::optional<QString>& confirmation, const StreamingWrite& write);
   void applyRangeEdit(FrameCount startFrame, FrameCount endFrame, const std::optional<QString>& confirmation,
@@ -149,6 +153,9 @@ class EditEngine : public QObject, public SessionWorkGuard {
   void swapEditedBuffer(SharedAudioBuffer buffer, AudioFileModel model, bool lengthChanged);
   // Publishes the live buffer after its samples changed in place.
   void refreshAfterInPlaceEdit(AudioFileModel model, const SharedAudioBuffer& buffer);
+  // The rebuild road around `build`, which makes the result from the live buffer.
+  void applyRebuild(const std::optional<QString>& confirmation,
+                    const std::function<EditOperations::EditResult(const AudioBuffer& old)>& build);
   // After a change of length: the speech history is derived again in the background.
   void scheduleSpeechRederiveAfterEdit();
 

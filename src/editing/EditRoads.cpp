@@ -67,6 +67,20 @@ void EditEngine::resumePlayback() { _engine.transport().play(); }
 // ---- Rebuild in memory --------------------------------------------------------------------------
 
 void EditEngine::applyEdit(const std::optional<QString>& confirmation, const RebuildOperation& operation) {
+  applyRebuild(confirmation, [&](const AudioBuffer& old) {
+    return operation(EditOperations::extractChannelData(old), old.sampleRate());
+  });
+}
+
+void EditEngine::applyEdit(const std::optional<QString>& confirmation, const SourceOperation& operation) {
+  applyRebuild(confirmation, [&](const AudioBuffer& old) {
+    BufferEditSource source(old);
+    return operation(source);
+  });
+}
+
+void EditEngine::applyRebuild(const std::optional<QString>& confirmation,
+                              const std::function<EditOperations::EditResult(const AudioBuffer& old)>& build) {
   const SharedAudioBuffer old = _engine.pcmBuffer();
   if (!old || !_engine.loadedFile()) return;
   const AudioFileModel oldModel = *_engine.loadedFile();
@@ -82,7 +96,7 @@ void EditEngine::applyEdit(const std::optional<QString>& confirmation, const Reb
   }
   SharedAudioBuffer built;
   try {
-    EditOperations::EditResult result = operation(EditOperations::extractChannelData(*old), old->sampleRate());
+    EditOperations::EditResult result = build(*old);
     if (result.nothingToDo) {
       if (wasPlaying) resumePlayback();
       return;

@@ -141,12 +141,11 @@ class FileStore {
   std::filesystem::path _aside;
 };
 
-// Runs `run(source, store)` over channel arrays; its false means nothing to do.
+// Runs `run(source, store)` with the result in memory; its false means nothing to do.
 template <class Run>
-EditResult inMemory(const ChannelData& channelData, double sampleRate, Run&& run) {
-  ChannelDataEditSource source(channelData, sampleRate);
-  MemoryStore store(source.channelCount(), sampleRate);
-  if (!run(static_cast<EditSource&>(source), store)) return EditResult::nothing(sampleRate);
+EditResult inMemory(EditSource& source, Run&& run) {
+  MemoryStore store(source.channelCount(), source.sampleRate());
+  if (!run(source, store)) return EditResult::nothing(source.sampleRate());
   return store.take();
 }
 
@@ -487,53 +486,95 @@ SharedAudioBuffer EditOperations::buildBuffer(const EditResult& from, const std:
 
 // ---- Rebuilding members --------------------------------------------------------------------
 
+EditResult EditOperations::trim(EditSource& source, FrameCount startFrame, FrameCount endFrame) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) { return runTrim(from, store, startFrame, endFrame); });
+}
+
+EditResult EditOperations::cutRange(EditSource& source, FrameCount startFrame, FrameCount endFrame,
+                                    FrameCount crossfadeFrames) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) {
+    return runCut(from, store, startFrame, endFrame, crossfadeFrames);
+  });
+}
+
+EditResult EditOperations::addSilence(EditSource& source, FrameCount startFrame, FrameCount endFrame, SilenceMode mode,
+                                      FrameCount durationFrames) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) {
+    return runSilence(from, store, startFrame, endFrame, mode, durationFrames);
+  });
+}
+
+EditResult EditOperations::normalizeLUFS(EditSource& source, double targetLUFS, double ceilingDB,
+                                         const std::vector<double>& channelWeights) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) {
+    return runNormalizeLUFS(from, store, targetLUFS, ceilingDB, channelWeights);
+  });
+}
+
+EditResult EditOperations::normalizePeak(EditSource& source, double targetDB) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) { return runNormalizePeak(from, store, targetDB); });
+}
+
+EditResult EditOperations::limitTruePeak(EditSource& source, double ceilingDBTP) {
+  return inMemory(source,
+                  [&](EditSource& from, MemoryStore& store) { return runGainThenLimit(from, store, 1.0, ceilingDBTP); });
+}
+
+EditResult EditOperations::normalizeByGain(EditSource& source, double gainDB, double ceilingDB) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) {
+    return runGainThenLimit(from, store, dbToLinear(gainDB), ceilingDB);
+  });
+}
+
+EditResult EditOperations::swapChannels(EditSource& source) {
+  return inMemory(source, [&](EditSource& from, MemoryStore& store) { return runSwap(from, store); });
+}
+
+// The channel-array forms read their arrays through a source.
+
 EditResult EditOperations::trim(const ChannelData& channelData, FrameCount startFrame, FrameCount endFrame,
                                 double sampleRate) {
-  return inMemory(channelData, sampleRate,
-                  [&](EditSource& source, MemoryStore& store) { return runTrim(source, store, startFrame, endFrame); });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return trim(source, startFrame, endFrame);
 }
 
 EditResult EditOperations::cutRange(const ChannelData& channelData, FrameCount startFrame, FrameCount endFrame,
                                     FrameCount crossfadeFrames, double sampleRate) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) {
-    return runCut(source, store, startFrame, endFrame, crossfadeFrames);
-  });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return cutRange(source, startFrame, endFrame, crossfadeFrames);
 }
 
 EditResult EditOperations::addSilence(const ChannelData& channelData, FrameCount startFrame, FrameCount endFrame,
                                       SilenceMode mode, FrameCount durationFrames, double sampleRate) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) {
-    return runSilence(source, store, startFrame, endFrame, mode, durationFrames);
-  });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return addSilence(source, startFrame, endFrame, mode, durationFrames);
 }
 
 EditResult EditOperations::normalizeLUFS(const ChannelData& channelData, double targetLUFS, double ceilingDB,
                                          double sampleRate, const std::vector<double>& channelWeights) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) {
-    return runNormalizeLUFS(source, store, targetLUFS, ceilingDB, channelWeights);
-  });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return normalizeLUFS(source, targetLUFS, ceilingDB, channelWeights);
 }
 
 EditResult EditOperations::normalizePeak(const ChannelData& channelData, double targetDB, double sampleRate) {
-  return inMemory(channelData, sampleRate,
-                  [&](EditSource& source, MemoryStore& store) { return runNormalizePeak(source, store, targetDB); });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return normalizePeak(source, targetDB);
 }
 
 EditResult EditOperations::limitTruePeak(const ChannelData& channelData, double ceilingDBTP, double sampleRate) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) {
-    return runGainThenLimit(source, store, 1.0, ceilingDBTP);
-  });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return limitTruePeak(source, ceilingDBTP);
 }
 
 EditResult EditOperations::normalizeByGain(const ChannelData& channelData, double gainDB, double ceilingDB,
                                            double sampleRate) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) {
-    return runGainThenLimit(source, store, dbToLinear(gainDB), ceilingDB);
-  });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return normalizeByGain(source, gainDB, ceilingDB);
 }
 
 EditResult EditOperations::swapChannels(const ChannelData& channelData, double sampleRate) {
-  return inMemory(channelData, sampleRate, [&](EditSource& source, MemoryStore& store) { return runSwap(source, store); });
+  ChannelDataEditSource source(channelData, sampleRate);
+  return swapChannels(source);
 }
 
 EditResult EditOperations::expandNonSpeech(const ChannelData& channelData, const SpeechHistory& speechMask,

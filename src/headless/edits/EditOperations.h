@@ -171,6 +171,21 @@ struct EditOperations {
                                     FrameCount blockFrames, double reductionDB, double makeupDB, double attackMs,
                                     double releaseMs, double sampleRate);
 
+  // The same members over a source (the session's buffer read where it lies, without a copy
+  // of its channels): the result in memory, sample for sample what the channel-array forms
+  // give. Sources over files throw what their reads throw.
+  static EditResult trim(EditSource& source, FrameCount startFrame, FrameCount endFrame);
+  static EditResult cutRange(EditSource& source, FrameCount startFrame, FrameCount endFrame,
+                             FrameCount crossfadeFrames);
+  static EditResult addSilence(EditSource& source, FrameCount startFrame, FrameCount endFrame, SilenceMode mode,
+                               FrameCount durationFrames);
+  static EditResult normalizeLUFS(EditSource& source, double targetLUFS, double ceilingDB,
+                                  const std::vector<double>& channelWeights);
+  static EditResult normalizePeak(EditSource& source, double targetDB);
+  static EditResult limitTruePeak(EditSource& source, double ceilingDBTP);
+  static EditResult normalizeByGain(EditSource& source, double gainDB, double ceilingDB);
+  static EditResult swapChannels(EditSource& source);
+
   // ---- In-place members ------------------------------------------------------------------
   // channelData: channelCount pointers to totalFrames floats. The range is clamped into
   // 0 ... totalFrames; they return false (and change nothing) when it is empty.
