@@ -9,6 +9,7 @@
 #include <QToolButton>
 #include <cmath>
 
+#include "NoPresetDialogs.h"
 #include "SessionTestSupport.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
@@ -29,16 +30,6 @@ double rms(const std::vector<float>& samples) {
   return samples.empty() ? 0.0 : std::sqrt(sum / double(samples.size()));
 }
 
-class NoPresetDialogs : public UserPresetUI {
- public:
-  std::optional<QString> promptForName(const QString&) override { return std::nullopt; }
-  std::optional<QString> promptForRename(const QString&) override { return std::nullopt; }
-  std::optional<QString> runExportPanel(const QString&) override { return std::nullopt; }
-  std::optional<QString> runImportPanel() override { return std::nullopt; }
-  void showError(const QString& description) override { ADD_FAILURE() << description.toStdString(); }
-  void showNotice(const QString&) override {}
-};
-
 class OutputPanelTest : public test::SessionTest {
  protected:
   static void SetUpTestSuite() { server = std::make_unique<test::JackTestServer>(); }
@@ -52,7 +43,7 @@ TEST_F(OutputPanelTest, ADeviceChosenInTheListAndAPresetFromTheBarDecideWhatIsHe
   options.manualOutput.reset();  // the real devices of the server
   auto engine = std::make_unique<AudioEngine>(options);
   UserPresetStore presets(engine->settings());
-  OutputPanel panel(*engine, presets, std::make_shared<NoPresetDialogs>());
+  OutputPanel panel(*engine, presets, std::make_shared<test::NoPresetDialogs>());
   panel.show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
 

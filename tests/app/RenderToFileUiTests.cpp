@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "DialogScript.h"
+#include "NoPresetDialogs.h"
 #include "SessionTestSupport.h"
 #include "app/OutputPanel.h"
 #include "app/PresetBar.h"
@@ -24,23 +25,13 @@ namespace {
 using test::DialogScript;
 using test::waitUntil;
 
-class SilentPresetDialogs : public UserPresetUI {
- public:
-  std::optional<QString> promptForName(const QString&) override { return std::nullopt; }
-  std::optional<QString> promptForRename(const QString&) override { return std::nullopt; }
-  std::optional<QString> runExportPanel(const QString&) override { return std::nullopt; }
-  std::optional<QString> runImportPanel() override { return std::nullopt; }
-  void showError(const QString& description) override { ADD_FAILURE() << description.toStdString(); }
-  void showNotice(const QString&) override {}
-};
-
 class RenderToFileUi : public test::SessionTest {
  protected:
   void SetUp() override {
     SessionTest::SetUp();
     engine = std::make_unique<AudioEngine>(engineOptions());
     presets = std::make_unique<UserPresetStore>(engine->settings());
-    panel = std::make_unique<OutputPanel>(*engine, *presets, std::make_shared<SilentPresetDialogs>());
+    panel = std::make_unique<OutputPanel>(*engine, *presets, std::make_shared<test::NoPresetDialogs>());
     panel->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(panel.get()));
   }
