@@ -14,6 +14,7 @@
 #include "app/RoutingMatrixView.h"
 #include "app/SavePanel.h"
 #include "core/ChannelOrder.h"
+#include "displays/SectionHeading.h"
 #include "displays/SegmentedControl.h"
 #include "playback/AudioDeviceManager.h"
 #include "playback/RoutedOutputExport.h"
@@ -26,14 +27,6 @@ namespace corvane {
 
 namespace {
 
-QLabel* heading(const QString& text, QWidget* parent) {
-  auto* label = new QLabel(text, parent);
-  QFont font = label->font();
-  font.setBold(true);
-  label->setFont(font);
-  return label;
-}
-
 const QString kFrameKey = QStringLiteral("windowFrame.%1").arg(QLatin1String(OutputPanel::kFrameName));
 
 }  // namespace
@@ -45,7 +38,7 @@ OutputPanel::OutputPanel(AudioEngine& engine, UserPresetStore& presets, std::sha
   setMinimumSize(380, 360);
   auto* layout = new QVBoxLayout(this);
 
-  layout->addWidget(heading(QStringLiteral("Output Device"), this));
+  layout->addWidget(sectionHeading(QStringLiteral("Output Device"), this));
   _devices = new QListWidget(this);
   _devices->setObjectName(QStringLiteral("output.devices"));
   _devices->setMaximumHeight(120);
@@ -56,7 +49,7 @@ OutputPanel::OutputPanel(AudioEngine& engine, UserPresetStore& presets, std::sha
 
   layout->addSpacing(6);
   auto* routingHeader = new QHBoxLayout;
-  routingHeader->addWidget(heading(QStringLiteral("Routing"), this));
+  routingHeader->addWidget(sectionHeading(QStringLiteral("Routing"), this));
   routingHeader->addStretch(1);
   _viewSwitch = new SegmentedControl({QStringLiteral("Matrix"), QStringLiteral("List")}, this);
   _viewSwitch->setObjectName(QStringLiteral("output.viewSwitch"));

@@ -11,6 +11,7 @@
 #include "core/NumberFormat.h"
 #include "displays/ChannelColors.h"
 #include "displays/LoudnessTargetsView.h"
+#include "displays/SectionHeading.h"
 #include "displays/SegmentedControl.h"
 
 namespace corvane {
@@ -30,14 +31,6 @@ QLabel* dimLabel(const QString& text, QWidget* parent) {
   return label;
 }
 
-QLabel* heading(const QString& text, QWidget* parent) {
-  auto* label = new QLabel(text, parent);
-  QFont font = label->font();
-  font.setBold(true);
-  label->setFont(font);
-  return label;
-}
-
 QString loudnessKey(const LUFSRow& row) { return QStringLiteral("loudness.%1.%2").arg(row.label, row.sublabel); }
 
 constexpr const char* kLoudColour = "#f0993a";
@@ -52,7 +45,7 @@ InfoPanel::InfoPanel(QWidget* parent) : QWidget(parent) {
 
   _empty = new QWidget(this);
   auto* emptyLayout = new QVBoxLayout(_empty);
-  auto* emptyTitle = heading(QStringLiteral("No file loaded"), _empty);
+  auto* emptyTitle = sectionHeading(QStringLiteral("No file loaded"), _empty);
   emptyTitle->setObjectName(QStringLiteral("empty.title"));
   auto* emptyText = dimLabel(QStringLiteral("Open an audio file, or drop one on the window, to see its details and "
                                             "loudness here."),
@@ -68,14 +61,14 @@ InfoPanel::InfoPanel(QWidget* parent) : QWidget(parent) {
   content->setContentsMargins(0, 0, 0, 0);
   content->setSpacing(6);
 
-  content->addWidget(heading(QStringLiteral("File"), _content));
+  content->addWidget(sectionHeading(QStringLiteral("File"), _content));
   _fileGrid = new QGridLayout;
   _fileGrid->setHorizontalSpacing(8);
   _fileGrid->setVerticalSpacing(2);
   content->addLayout(_fileGrid);
 
   auto* channelHeader = new QHBoxLayout;
-  _channelsTitle = heading(QStringLiteral("Channels"), _content);
+  _channelsTitle = sectionHeading(QStringLiteral("Channels"), _content);
   _channelsTitle->setObjectName(QStringLiteral("channels.title"));
   _monitorSwitch = new SegmentedControl({QStringLiteral("PRE"), QStringLiteral("POST")}, _content);
   _monitorSwitch->setObjectName(QStringLiteral("channels.monitorMode"));
@@ -94,7 +87,7 @@ InfoPanel::InfoPanel(QWidget* parent) : QWidget(parent) {
   content->addLayout(_channelGrid);
 
   auto* loudnessHeader = new QHBoxLayout;
-  loudnessHeader->addWidget(heading(QStringLiteral("Loudness"), _content));
+  loudnessHeader->addWidget(sectionHeading(QStringLiteral("Loudness"), _content));
   loudnessHeader->addStretch(1);
   _displaySwitch = new SegmentedControl({QStringLiteral("Live"), QStringLiteral("Offline")}, _content);
   _displaySwitch->setObjectName(QStringLiteral("loudness.displayMode"));
@@ -246,7 +239,7 @@ void InfoPanel::rebuildLoudnessSection() {
     for (int i = 0; i < static_cast<int>(section.extras.size()); ++i) {
       const InfoRow& row = section.extras[static_cast<std::size_t>(i)];
       if (row.value.isEmpty()) {
-        auto* head = heading(row.label, _content);
+        auto* head = sectionHeading(row.label, _content);
         head->setObjectName(QStringLiteral("extra.%1").arg(row.label));
         _extrasGrid->addWidget(head, i, 0, 1, 2);
         continue;
